@@ -1,0 +1,20 @@
+// The names that the command line knows, and what each runs.
+#pragma once
+
+#include <span>
+#include <string_view>
+
+#include "harness/TestManager.h"
+
+// One entry: `run` is called after TestManager::setup(), except for "-a", which only sets a flag.
+struct TestEntry {
+  std::string_view name;
+  void (*run)(TestManager&);
+  bool needsSetup = true;
+};
+
+// The entry of exactly this name, case included; null for an unknown one.
+const TestEntry* findTest(std::string_view name);
+
+// All entries, for whoever checks that the documentation names them.
+std::span<const TestEntry> allTests();

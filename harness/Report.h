@@ -1,0 +1,24 @@
+// The report line of every PKCS#11 call, and the ways in which the process ends.
+#pragma once
+
+#include "harness/Module.h"
+
+// Ends the process: `status` goes to the shell, buffered output is flushed, nothing else is undone
+// (no C_Finalize, no unloading). The first thread that asks for it wins; a second one waits.
+[[noreturn]] void endProgram(int status);
+
+// Writes the report line of a call named `name`: "NAME() passed" when `returnValue` is `expected`
+// in all its 64 bits, otherwise the failure line with the value's low 32 bits in hexadecimal and
+// its name. A failure line leaves standard output decimal; a passed line leaves its base alone.
+// Returns whether the call passed.
+bool reportCall(const char* name, CK_RV returnValue, CK_RV expected = CKR_OK);
+
+// Reports a call and ends the process with status 1 unless it passed.
+void requireResult(const char* name, CK_RV returnValue, CK_RV expected = CKR_OK);
+
+// Calls `function` and requires CKR_OK, under the function's own name.
+template <typename... Parameters>
+void require(const ModuleFunction<Parameters...>& function,
+             std::type_identity_t<Parameters>... arguments) {
+  requireResult(function.name, function(arguments...));
+}

@@ -1,0 +1,22 @@
+// Standard input as a terminal: reading a line, with or without echo.
+#pragma once
+
+#include <cstddef>
+
+// Switches the echo of standard input off (ECHO alone; the rest of the terminal's modes stay).
+// Without a terminal there, says so on standard error and ends the process with status -1 (255).
+// Until echoOn(), SIGINT, SIGTERM, SIGHUP and SIGQUIT restore the terminal before they end the
+// process, and a stop (Ctrl-Z) gives the shell its terminal as it was.
+void echoOff();
+
+// Gives the terminal back the modes that echoOff() found.
+void echoOn();
+
+// Restores the terminal if echo is off. Async-signal-safe, for handlers of ending signals.
+void restoreEcho();
+
+// Reads one line from standard input into `buffer` of `size` bytes: at most size - 1 characters and
+// a terminating zero, without the newline. The rest of a longer line is dropped, so that it never
+// becomes the answer to the next question; the end of input ends the line. Nothing of the line
+// stays in a buffer of the process.
+void readLine(char* buffer, std::size_t size);
