@@ -25,8 +25,9 @@ void TestManager::getPin(std::uint64_t position) {
   PinStore.resize(position + 1);
   std::array<char, Pin::maxLength> typed{};
   std::cout << std::dec << "Enter PIN for the card in slot " << position
-            << " (max length = " << maxPinLength << "): " << std::flush;
+            << " (max length = " << maxPinLength << "): ";
   if (!debug) echoOff();
+  std::cout << std::flush;  // after that, so that not even a PIN typed at once is echoed
   readLine(typed.data(), typed.size());
   if (!debug) echoOn();
   setPin(typed.data(), position);

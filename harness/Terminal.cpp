@@ -70,7 +70,7 @@ void restoreEcho() {
 
 void readLine(char* buffer, std::size_t size) {
   // An endless input without a newline (a device, a file of zeros) is not read for ever.
-  constexpr std::size_t longestLine = 64 * 1024;
+  constexpr std::size_t longestLine = 65536;
   std::size_t kept = 0;
   char byte = 0;
   for (std::size_t i = 0; i < longestLine && readByte(byte) && byte != '\n'; ++i) {

@@ -1,0 +1,67 @@
+// What is quicker to try function by function than through a whole run.
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "harness/Bytes.h"
+#include "harness/CkrName.h"
+
+namespace {
+
+std::string dump(const void* bytes, std::uint32_t length) {
+  testing::internal::CaptureStdout();
+  hexDump(bytes, length);
+  return testing::internal::GetCapturedStdout();
+}
+
+TEST(Units, HexDumpAlignsTheTextColumn) {
+  const char text[] = "This is a test string to sign\x7f\xff";
+  EXPECT_EQ(dump(text, 16),
+            "00000000: 54 68 69 73 20 69 73 20 61 20 74 65 73 74 20 73   This is a test s\n\n");
+  EXPECT_EQ(dump(text, 17),
+            "00000000: 54 68 69 73 20 69 73 20 61 20 74 65 73 74 20 73   This is a test s\n"
+            "00000010: 74 " +
+                std::string(45, ' ') + "  t\n\n");
+  EXPECT_EQ(dump(text + 29, 3), "00000000: 7f ff 00 " + std::string(39, ' ') + "  ...\n\n");
+  EXPECT_EQ(dump(text, 0), "HexDump ? bufferLen = 0 or NULL buffer passed\n");
+  EXPECT_EQ(dump(nullptr, 18), "HexDump ? bufferLen = 18 or NULL buffer passed\n");
+}
+
+TEST(Units, BytesToHexNeverPassesItsOutput) {
+  const std::uint8_t bytes[] = {0x3b, 0x9f, 0x95};
+  const struct {
+    std::uint64_t count, size;
+    char separator;
+    std::uint32_t status;
+    const char* text;
+  } rows[] = {
+      {3, 9, ',', hexTextOk, "3b,9f,95"}, {3, 8, ',', hexTextTooLong, "?"},
+      {3, 7, 0, hexTextOk, "3b9f95"},     {3, 6, 0, hexTextTooLong, "?"},
+      {0, 0, ',', hexTextTooLong, "?"},   {0, 1, ',', hexTextOk, ""},
+      {0, 1, 0, hexTextOk, ""},           {0, 0, 0, hexTextTooLong, "?"},
+      {~0ull, 9, 0, hexTextTooLong, "?"}, {~0ull / 3, 9, ',', hexTextTooLong, "?"},
+  };
+  for (const auto& row : rows) {
+    std::string out = "??????????";
+    EXPECT_EQ(bytesToHex(bytes, row.count, out.data(), row.size,
+                         static_cast<unsigned char>(row.separator)),
+              row.status);
+    EXPECT_STREQ(out.substr(0, std::strlen(row.text)).c_str(), row.text);
+    EXPECT_EQ(out[row.status == hexTextOk ? row.size : 0], '?');
+  }
+  char out[9];
+  EXPECT_EQ(bytesToHex(nullptr, 0, out, sizeof out, 0), hexTextInvalid);
+  EXPECT_EQ(bytesToHex(bytes, 3, nullptr, 9, 0), hexTextInvalid);
+}
+
+TEST(Units, CkrNamesAreExactOn32Bits) {
+  EXPECT_EQ(ckrName(0x0), "CKR_OK");
+  EXPECT_EQ(ckrName(0x200), "CKR_FUNCTION_REJECTED");
+  EXPECT_EQ(ckrName(0x80000000), "CKR_VENDOR_DEFINED");
+  for (const std::uint32_t unknown :
+       {0x4u, 0x1bu, 0x1b2u, 0x201u, 0x7fffffffu, 0x80000001u, 0xffffffffu}) {
+    EXPECT_EQ(ckrName(unknown), "UNKNOWN") << unknown;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,15 @@
+// The RSA operations of the software token, done by libcrypto.
+#pragma once
+
+#include "selftest/token/Call.h"
+
+// Bytes of the key's modulus.
+CK_ULONG keySize(const Key& key);
+
+// CKR_OK for a known mechanism with the parameter that it wants. A salt length of all ones stands
+// for the digest's length.
+CK_RV checkMechanism(const CK_MECHANISM& mechanism);
+
+// What the session's operation yields; `result` says how it went.
+std::string signatureOf(const Session& session, CK_RV& result);
+std::string plaintext(const Session& session, CK_RV& result);
