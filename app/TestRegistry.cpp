@@ -21,6 +21,7 @@ constexpr std::array TestRegistry{
     TestEntry{"listTokens", run<&TestManager::listTokens>},
     TestEntry{"login", run<&TestManager::login>},
     TestEntry{"printOpensslVersion", run<&TestManager::printOpensslVersion>},
+    TestEntry{"changePinTest", run<&TestManager::changePinTest>},
 };
 
 }  // namespace

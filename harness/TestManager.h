@@ -42,6 +42,9 @@ class TestManager {
   CK_RV login();
   // tests/OpensslVersion.cpp: the libcrypto in use. Leaves standard output in hexadecimal.
   void printOpensslVersion();
+  // tests/ChangePin.cpp: changes every user PIN and changes it back. Returns what the first failed
+  // call with a session returned: that ends the test, not the process.
+  CK_RV changePinTest();
 
   bool firstCertificateOnly = true;  // cleared by "-a": the key tests use every key
   bool debug = false;                // set by "-d": the PIN prompt leaves echo on
