@@ -21,6 +21,7 @@ constexpr std::array TestRegistry{
     TestEntry{"listTokens", run<&TestManager::listTokens>},
     TestEntry{"login", run<&TestManager::login>},
     TestEntry{"printOpensslVersion", run<&TestManager::printOpensslVersion>},
+    TestEntry{"tokenInfoTest", run<&TestManager::tokenInfoTest>},
     TestEntry{"changePinTest", run<&TestManager::changePinTest>},
 };
 

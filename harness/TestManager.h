@@ -42,6 +42,8 @@ class TestManager {
   CK_RV login();
   // tests/OpensslVersion.cpp: the libcrypto in use. Leaves standard output in hexadecimal.
   void printOpensslVersion();
+  // tests/TokenInfo.cpp: the flags of the user PIN on its way to being locked.
+  CK_RV tokenInfoTest();
   // tests/ChangePin.cpp: changes every user PIN and changes it back. Returns what the first failed
   // call with a session returned: that ends the test, not the process.
   CK_RV changePinTest();
@@ -71,4 +73,8 @@ class TestManager {
   void getPin(std::uint64_t position);
   // getPin(), then C_Login as CKU_USER with the PIN of `position`; reported.
   void loginUser(CK_SESSION_HANDLE session, std::uint64_t position);
+
+  // Logs in with the PIN of `position`, to be a wrong one, until the token says that it is locked.
+  // Leaves its session open.
+  void lockUserPin(CK_SLOT_ID slot, std::uint64_t position);
 };
