@@ -21,7 +21,9 @@ constexpr std::array TestRegistry{
     TestEntry{"listTokens", run<&TestManager::listTokens>},
     TestEntry{"login", run<&TestManager::login>},
     TestEntry{"printOpensslVersion", run<&TestManager::printOpensslVersion>},
+    TestEntry{"dontBlockTest", run<&TestManager::dontBlockTest>},
     TestEntry{"tokenInfoTest", run<&TestManager::tokenInfoTest>},
+    TestEntry{"waitTest", run<&TestManager::waitTest>},
     TestEntry{"changePinTest", run<&TestManager::changePinTest>},
 };
 

@@ -42,6 +42,10 @@ class TestManager {
   CK_RV login();
   // tests/OpensslVersion.cpp: the libcrypto in use. Leaves standard output in hexadecimal.
   void printOpensslVersion();
+  // tests/SlotEvents.cpp: slot events while the operator moves the card; slot events polled by a
+  // second thread, until an error or the operator ends the process.
+  CK_RV dontBlockTest();
+  [[noreturn]] void waitTest();
   // tests/TokenInfo.cpp: the flags of the user PIN on its way to being locked.
   CK_RV tokenInfoTest();
   // tests/ChangePin.cpp: changes every user PIN and changes it back. Returns what the first failed
