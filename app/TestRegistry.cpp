@@ -20,6 +20,7 @@ constexpr std::array TestRegistry{
     TestEntry{"listSlots", run<&TestManager::listSlots>},
     TestEntry{"listTokens", run<&TestManager::listTokens>},
     TestEntry{"login", run<&TestManager::login>},
+    TestEntry{"negativeTests", run<&TestManager::negativeTests>},
     TestEntry{"printOpensslVersion", run<&TestManager::printOpensslVersion>},
     TestEntry{"dontBlockTest", run<&TestManager::dontBlockTest>},
     TestEntry{"tokenInfoTest", run<&TestManager::tokenInfoTest>},
