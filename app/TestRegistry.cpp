@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iostream>
 
 namespace {
 
@@ -16,6 +17,7 @@ void useEveryCertificate(TestManager& manager) {
 
 constexpr std::array TestRegistry{
     TestEntry{"-a", useEveryCertificate, false},
+    TestEntry{"all", run<&TestManager::runAll>},
     TestEntry{"libInfo", run<&TestManager::libInfo>},
     TestEntry{"listSlots", run<&TestManager::listSlots>},
     TestEntry{"listTokens", run<&TestManager::listTokens>},
@@ -28,7 +30,18 @@ constexpr std::array TestRegistry{
     TestEntry{"changePinTest", run<&TestManager::changePinTest>},
 };
 
+// What "all" runs, in this order: what needs neither the operator's hands nor a PIN to lose.
+constexpr void (*everyTest[])(TestManager&) = {
+    run<&TestManager::libInfo>, run<&TestManager::listSlots>,     run<&TestManager::listTokens>,
+    run<&TestManager::login>,   run<&TestManager::negativeTests>,
+};
+
 }  // namespace
+
+void TestManager::runAll() {
+  std::cout << "Test - run all available test functions..." << std::endl;
+  for (const auto test : everyTest) test(*this);
+}
 
 const TestEntry* findTest(std::string_view name) {
   const auto* entry = std::ranges::find(TestRegistry, name, &TestEntry::name);
