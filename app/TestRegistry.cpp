@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iostream>
 
 namespace {
 
@@ -16,14 +17,31 @@ void useEveryCertificate(TestManager& manager) {
 
 constexpr std::array TestRegistry{
     TestEntry{"-a", useEveryCertificate, false},
+    TestEntry{"all", run<&TestManager::runAll>},
     TestEntry{"libInfo", run<&TestManager::libInfo>},
     TestEntry{"listSlots", run<&TestManager::listSlots>},
     TestEntry{"listTokens", run<&TestManager::listTokens>},
     TestEntry{"login", run<&TestManager::login>},
+    TestEntry{"negativeTests", run<&TestManager::negativeTests>},
     TestEntry{"printOpensslVersion", run<&TestManager::printOpensslVersion>},
+    TestEntry{"dontBlockTest", run<&TestManager::dontBlockTest>},
+    TestEntry{"tokenInfoTest", run<&TestManager::tokenInfoTest>},
+    TestEntry{"waitTest", run<&TestManager::waitTest>},
+    TestEntry{"changePinTest", run<&TestManager::changePinTest>},
+};
+
+// What "all" runs, in this order: what needs neither the operator's hands nor a PIN to lose.
+constexpr void (*everyTest[])(TestManager&) = {
+    run<&TestManager::libInfo>, run<&TestManager::listSlots>,     run<&TestManager::listTokens>,
+    run<&TestManager::login>,   run<&TestManager::negativeTests>,
 };
 
 }  // namespace
+
+void TestManager::runAll() {
+  std::cout << "Test - run all available test functions..." << std::endl;
+  for (const auto test : everyTest) test(*this);
+}
 
 const TestEntry* findTest(std::string_view name) {
   const auto* entry = std::ranges::find(TestRegistry, name, &TestEntry::name);

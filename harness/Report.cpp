@@ -12,10 +12,19 @@
 
 #include "harness/CkrName.h"
 
+namespace {
+
+std::atomic_flag ending;
+
+}  // namespace
+
 void endProgram(int status) {
-  static std::atomic_flag ending;
   while (ending.test_and_set()) pause();
   std::exit(status);
+}
+
+void stopIfEnding() {
+  while (ending.test()) pause();
 }
 
 bool reportCall(const char* name, CK_RV returnValue, CK_RV expected) {

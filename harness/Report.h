@@ -7,6 +7,10 @@
 // (no C_Finalize, no unloading). The first thread that asks for it wins; a second one waits.
 [[noreturn]] void endProgram(int status);
 
+// Stops the calling thread for good once another one ends the process. A thread that writes in a
+// loop asks before each line: the last flush takes no lock, and would write lines of it twice.
+void stopIfEnding();
+
 // Writes the report line of a call named `name`: "NAME() passed" when `returnValue` is `expected`
 // in all its 64 bits, otherwise the failure line with the value's low 32 bits in hexadecimal and
 // its name. A failure line leaves standard output decimal; a passed line leaves its base alone.

@@ -12,6 +12,8 @@
 #include "harness/Pin.h"
 #include "harness/Pkcs11.h"
 
+struct NegativeCase;  // a row of tests/NegativeTests.cpp
+
 // Every test is a member operation without arguments. A PKCS#11 result that a test does not expect
 // prints its failure line and ends the process with status 1; unless said otherwise a test that
 // returns has passed and returns CKR_OK. Not thread-safe; one instance lives in main().
@@ -42,6 +44,18 @@ class TestManager {
   CK_RV login();
   // tests/OpensslVersion.cpp: the libcrypto in use. Leaves standard output in hexadecimal.
   void printOpensslVersion();
+  // tests/NegativeTests.cpp: calls that must fail, each with one exact error. Returns the result of
+  // the last one.
+  CK_RV negativeTests();
+  // tests/SlotEvents.cpp: slot events while the operator moves the card; slot events polled by a
+  // second thread, until an error or the operator ends the process.
+  CK_RV dontBlockTest();
+  [[noreturn]] void waitTest();
+  // tests/TokenInfo.cpp: the flags of the user PIN on its way to being locked.
+  CK_RV tokenInfoTest();
+  // tests/ChangePin.cpp: changes every user PIN and changes it back. Returns what the first failed
+  // call with a session returned: that ends the test, not the process.
+  CK_RV changePinTest();
 
   bool firstCertificateOnly = true;  // cleared by "-a": the key tests use every key
   bool debug = false;                // set by "-d": the PIN prompt leaves echo on
@@ -68,4 +82,15 @@ class TestManager {
   void getPin(std::uint64_t position);
   // getPin(), then C_Login as CKU_USER with the PIN of `position`; reported.
   void loginUser(CK_SESSION_HANDLE session, std::uint64_t position);
+
+  // The parts of negativeTests(), each returning the result of its last case.
+  CK_RV negativeLibraryTests();
+  CK_RV negativeSessionTests();
+  CK_RV negativeLoginTests();
+  // Runs the cases on every token present, each token with handles and buffers of its own.
+  CK_RV runNegativeCases(std::span<const NegativeCase> cases);
+
+  // Logs in with the PIN of `position`, to be a wrong one, until the token says that it is locked.
+  // Leaves its session open.
+  void lockUserPin(CK_SLOT_ID slot, std::uint64_t position);
 };
