@@ -20,6 +20,7 @@ constexpr std::array TestRegistry{
     TestEntry{"listSlots", run<&TestManager::listSlots>},
     TestEntry{"listTokens", run<&TestManager::listTokens>},
     TestEntry{"login", run<&TestManager::login>},
+    TestEntry{"findObjectsTest", run<&TestManager::findObjectsTest>},
     TestEntry{"printOpensslVersion", run<&TestManager::printOpensslVersion>},
 };
 

@@ -40,6 +40,8 @@ class TestManager {
   CK_RV listTokens();
   // tests/Login.cpp: logs in to every token and out again.
   CK_RV login();
+  // tests/FindObjects.cpp: searches certificates and keys, shows the certificates' labels.
+  CK_RV findObjectsTest();
   // tests/OpensslVersion.cpp: the libcrypto in use. Leaves standard output in hexadecimal.
   void printOpensslVersion();
 
