@@ -20,7 +20,9 @@ constexpr std::array TestRegistry{
     TestEntry{"listSlots", run<&TestManager::listSlots>},
     TestEntry{"listTokens", run<&TestManager::listTokens>},
     TestEntry{"login", run<&TestManager::login>},
+    TestEntry{"signData", run<&TestManager::signData>},
     TestEntry{"findObjectsTest", run<&TestManager::findObjectsTest>},
+    TestEntry{"signUpdate", run<&TestManager::signUpdate>},
     TestEntry{"printOpensslVersion", run<&TestManager::printOpensslVersion>},
 };
 
