@@ -21,7 +21,9 @@ constexpr std::array TestRegistry{
     TestEntry{"listTokens", run<&TestManager::listTokens>},
     TestEntry{"login", run<&TestManager::login>},
     TestEntry{"signData", run<&TestManager::signData>},
+    TestEntry{"decryptData", run<&TestManager::decryptData>},
     TestEntry{"findObjectsTest", run<&TestManager::findObjectsTest>},
+    TestEntry{"decryptUpdate", run<&TestManager::decryptUpdate>},
     TestEntry{"signUpdate", run<&TestManager::signUpdate>},
     TestEntry{"printOpensslVersion", run<&TestManager::printOpensslVersion>},
 };

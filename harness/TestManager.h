@@ -13,9 +13,11 @@
 #include "harness/Pin.h"
 #include "harness/Pkcs11.h"
 
-// What the twin tests of signing differ in: tests/Signing.h.
+// What the twin tests of signing and of decryption differ in: tests/Signing.h, tests/Decryption.h.
 struct Signing;
 struct SigningWay;
+struct DecryptionMechanism;
+struct DecryptionWay;
 
 // Every test is a member operation without arguments. A PKCS#11 result that a test does not expect
 // prints its failure line and ends the process with status 1; unless said otherwise a test that
@@ -48,6 +50,9 @@ class TestManager {
   // tests/SignData.cpp, tests/SignUpdate.cpp: sign with every mechanism of every token and verify.
   CK_RV signData();
   CK_RV signUpdate();
+  // tests/DecryptData.cpp, tests/DecryptUpdate.cpp: have the token decrypt what OpenSSL encrypted.
+  CK_RV decryptData();
+  CK_RV decryptUpdate();
   // tests/FindObjects.cpp: searches certificates and keys, shows the certificates' labels.
   CK_RV findObjectsTest();
   // tests/OpensslVersion.cpp: the libcrypto in use. Leaves standard output in hexadecimal.
@@ -74,6 +79,9 @@ class TestManager {
                      CK_ULONG mechanismCount, std::uint32_t slotIndex);
   CK_RV signByUpdate(CK_SESSION_HANDLE session, const CK_MECHANISM_TYPE* mechanisms,
                      CK_ULONG mechanismCount, std::uint32_t slotIndex);
+  // What decryptData and decryptUpdate do with it. Return all ones for a message too long.
+  CK_RV decryptWithKeyPairs(CK_SESSION_HANDLE session, CK_ULONG slotPosition);
+  CK_RV decryptByUpdate(CK_SESSION_HANDLE session, CK_ULONG slotPosition);
 
   bool firstCertificateOnly = true;  // cleared by "-a": the key tests use every key
   bool debug = false;                // set by "-d": the PIN prompt leaves echo on
@@ -116,4 +124,11 @@ class TestManager {
   CK_RV signEach(const SigningWay& way, CK_SESSION_HANDLE session,
                  std::span<const CK_MECHANISM_TYPE> mechanisms, std::uint32_t slotIndex);
   void signAndVerify(const SigningWay& way, Signing& signing, const CertKeyRecord& record);
+
+  // tests/Decryption.cpp. Walks the keys of one token and a test's mechanisms, and has the token
+  // decrypt one message. Return all ones for a message too long.
+  CK_RV decryptEach(const DecryptionWay& way, CK_SESSION_HANDLE session,
+                    std::uint32_t slotPosition);
+  CK_RV decryptMessage(const DecryptionWay& way, DecryptionMechanism mechanism,
+                       CK_SESSION_HANDLE session, const CertKeyRecord& record, EVP_PKEY* publicKey);
 };
