@@ -22,6 +22,11 @@ constexpr std::array TestRegistry{
     TestEntry{"listSlots", run<&TestManager::listSlots>},
     TestEntry{"listTokens", run<&TestManager::listTokens>},
     TestEntry{"login", run<&TestManager::login>},
+    TestEntry{"signData", run<&TestManager::signData>},
+    TestEntry{"decryptData", run<&TestManager::decryptData>},
+    TestEntry{"findObjectsTest", run<&TestManager::findObjectsTest>},
+    TestEntry{"decryptUpdate", run<&TestManager::decryptUpdate>},
+    TestEntry{"signUpdate", run<&TestManager::signUpdate>},
     TestEntry{"negativeTests", run<&TestManager::negativeTests>},
     TestEntry{"printOpensslVersion", run<&TestManager::printOpensslVersion>},
     TestEntry{"dontBlockTest", run<&TestManager::dontBlockTest>},
@@ -32,8 +37,11 @@ constexpr std::array TestRegistry{
 
 // What "all" runs, in this order: what needs neither the operator's hands nor a PIN to lose.
 constexpr void (*everyTest[])(TestManager&) = {
-    run<&TestManager::libInfo>, run<&TestManager::listSlots>,     run<&TestManager::listTokens>,
-    run<&TestManager::login>,   run<&TestManager::negativeTests>,
+    run<&TestManager::libInfo>,         run<&TestManager::listSlots>,
+    run<&TestManager::listTokens>,      run<&TestManager::login>,
+    run<&TestManager::signData>,        run<&TestManager::decryptData>,
+    run<&TestManager::findObjectsTest>, run<&TestManager::decryptUpdate>,
+    run<&TestManager::signUpdate>,      run<&TestManager::negativeTests>,
 };
 
 }  // namespace

@@ -40,6 +40,9 @@ CK_RV callModule(const char* name, CK_RV (*function)(Parameters...),
   }
 }
 
+// The longest attribute, signature or plaintext that is taken for an answer, in bytes.
+inline constexpr CK_ULONG maxAnswerLength = CK_ULONG{1} << 20;
+
 // What a module said, unless it said CKR_OK to nonsense: then CKR_FUNCTION_FAILED. `sane` is the
 // caller's bound on the count or length that came back with `returnValue`.
 inline CK_RV ifSane(CK_RV returnValue, bool sane) {

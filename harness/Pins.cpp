@@ -39,3 +39,9 @@ void TestManager::loginUser(CK_SESSION_HANDLE session, std::uint64_t position) {
   Pin& pin = PinStore[position];
   require(p11::C_Login, session, CKU_USER, pin.data(), pin.length());
 }
+
+void TestManager::loginContextSpecific(CK_SESSION_HANDLE session, std::uint64_t position) {
+  Pin& pin = PinStore[position];
+  requireResult("CKU_CONTEXT_SPECIFIC C_Login",
+                p11::C_Login(session, CKU_CONTEXT_SPECIFIC, pin.data(), pin.length()));
+}

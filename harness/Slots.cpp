@@ -49,8 +49,8 @@ void PresentTokens::Iterator::skipEmptySlots() {
   }
 }
 
-CK_SESSION_HANDLE openSession(CK_SLOT_ID slot) {
-  CK_SESSION_HANDLE session = 0;
+CK_SESSION_HANDLE openSession(CK_SLOT_ID slot, CK_SESSION_HANDLE unset) {
+  CK_SESSION_HANDLE session = unset;
   require(p11::C_OpenSession, slot, CKF_SERIAL_SESSION, nullptr, nullptr, &session);
   return session;
 }

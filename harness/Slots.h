@@ -62,8 +62,9 @@ class PresentTokens {
   std::span<const CK_SLOT_ID> slots_;
 };
 
-// Opens a read-only session (CKF_SERIAL_SESSION) on the slot's token; reported.
-CK_SESSION_HANDLE openSession(CK_SLOT_ID slot);
+// Opens a read-only session (CKF_SERIAL_SESSION) on the slot's token; reported. `unset` is what the
+// handle holds until the module fills it.
+CK_SESSION_HANDLE openSession(CK_SLOT_ID slot, CK_SESSION_HANDLE unset = 0);
 
 // C_Logout and C_CloseSession, each reported.
 void logoutAndClose(CK_SESSION_HANDLE session);

@@ -9,9 +9,15 @@
 
 #include "harness/CertKeyRecord.h"
 #include "harness/KnownCard.h"
+#include "harness/Openssl.h"
 #include "harness/Pin.h"
 #include "harness/Pkcs11.h"
 
+// What the twin tests of signing and of decryption differ in: tests/Signing.h, tests/Decryption.h.
+struct Signing;
+struct SigningWay;
+struct DecryptionMechanism;
+struct DecryptionWay;
 struct NegativeCase;  // a row of tests/NegativeTests.cpp
 
 // Every test is a member operation without arguments. A PKCS#11 result that a test does not expect
@@ -42,6 +48,14 @@ class TestManager {
   CK_RV listTokens();
   // tests/Login.cpp: logs in to every token and out again.
   CK_RV login();
+  // tests/SignData.cpp, tests/SignUpdate.cpp: sign with every mechanism of every token and verify.
+  CK_RV signData();
+  CK_RV signUpdate();
+  // tests/DecryptData.cpp, tests/DecryptUpdate.cpp: have the token decrypt what OpenSSL encrypted.
+  CK_RV decryptData();
+  CK_RV decryptUpdate();
+  // tests/FindObjects.cpp: searches certificates and keys, shows the certificates' labels.
+  CK_RV findObjectsTest();
   // tests/OpensslVersion.cpp: the libcrypto in use. Leaves standard output in hexadecimal.
   void printOpensslVersion();
   // tests/NegativeTests.cpp: calls that must fail, each with one exact error. Returns the result of
@@ -56,6 +70,31 @@ class TestManager {
   // tests/ChangePin.cpp: changes every user PIN and changes it back. Returns what the first failed
   // call with a session returned: that ends the test, not the process.
   CK_RV changePinTest();
+
+  // tests/Discovery.cpp. Fills certKeyMap for a slot position with every private key of the token
+  // on which `session` is logged in, and the public key and certificate of the same CKA_ID.
+  void getAllCertsAndKeys(CK_SESSION_HANDLE session, std::uint32_t slotIndex);
+  // The first object of a class, 0 (and a line on standard error) when there is none.
+  CK_OBJECT_HANDLE findObjectByClass(CK_SESSION_HANDLE session, CK_OBJECT_CLASS objectClass);
+
+  // tests/Verification.cpp. The public key of a record's certificate; null without a word when the
+  // certificate has none.
+  KeyOwner getPublicKey(CK_SESSION_HANDLE session, const CertKeyRecord& record);
+  // Checks a signature of `data`, the message itself, by the rules of `mechanism`. Returns
+  // CKR_FUNCTION_FAILED for a wrong PSS signature; a wrong PKCS#1 v1.5 one ends the process with
+  // status 1. A mechanism without a check passes.
+  CK_RV verifySig(CK_SESSION_HANDLE session, CK_MECHANISM_TYPE mechanism, const CK_BYTE* data,
+                  CK_ULONG dataLength, const CK_BYTE* signature, CK_ULONG signatureLength,
+                  const CertKeyRecord& record);
+
+  // What signData and signUpdate do with one token, on whose session the user is logged in.
+  CK_RV signWithKeys(CK_SESSION_HANDLE session, const CK_MECHANISM_TYPE* mechanisms,
+                     CK_ULONG mechanismCount, std::uint32_t slotIndex);
+  CK_RV signByUpdate(CK_SESSION_HANDLE session, const CK_MECHANISM_TYPE* mechanisms,
+                     CK_ULONG mechanismCount, std::uint32_t slotIndex);
+  // What decryptData and decryptUpdate do with it. Return all ones for a message too long.
+  CK_RV decryptWithKeyPairs(CK_SESSION_HANDLE session, CK_ULONG slotPosition);
+  CK_RV decryptByUpdate(CK_SESSION_HANDLE session, CK_ULONG slotPosition);
 
   bool firstCertificateOnly = true;  // cleared by "-a": the key tests use every key
   bool debug = false;                // set by "-d": the PIN prompt leaves echo on
@@ -93,4 +132,27 @@ class TestManager {
   // Logs in with the PIN of `position`, to be a wrong one, until the token says that it is locked.
   // Leaves its session open.
   void lockUserPin(CK_SLOT_ID slot, std::uint64_t position);
+  // C_Login as CKU_CONTEXT_SPECIFIC with the PIN of `position`, for a key that wants it before
+  // every use; reported.
+  void loginContextSpecific(CK_SESSION_HANDLE session, std::uint64_t position);
+
+  // The keys of a slot position that a test uses: all, or the first while firstCertificateOnly is
+  // set. Runs discovery with `session` while nothing was discovered for any slot.
+  std::span<const CertKeyRecord> keysToTest(CK_SESSION_HANDLE session, std::uint32_t slotIndex);
+
+  // tests/Signing.cpp. Logs in to every token, runs `operation` on it with the token's mechanisms
+  // and logs out; its result is reported under `reportName` unless that is null.
+  using SigningOperation = decltype(&TestManager::signWithKeys);
+  CK_RV signOnTokens(SigningOperation operation, const char* reportName);
+  // Walks the keys and mechanisms of one token, and makes and verifies one signature.
+  CK_RV signEach(const SigningWay& way, CK_SESSION_HANDLE session,
+                 std::span<const CK_MECHANISM_TYPE> mechanisms, std::uint32_t slotIndex);
+  void signAndVerify(const SigningWay& way, Signing& signing, const CertKeyRecord& record);
+
+  // tests/Decryption.cpp. Walks the keys of one token and a test's mechanisms, and has the token
+  // decrypt one message. Return all ones for a message too long.
+  CK_RV decryptEach(const DecryptionWay& way, CK_SESSION_HANDLE session,
+                    std::uint32_t slotPosition);
+  CK_RV decryptMessage(const DecryptionWay& way, DecryptionMechanism mechanism,
+                       CK_SESSION_HANDLE session, const CertKeyRecord& record, EVP_PKEY* publicKey);
 };

@@ -1,0 +1,39 @@
+// signData: signs a message with every mechanism of every token through C_Sign and verifies it.
+// The operator sees per mechanism the message, the calls, the signature and the verdict.
+#include <iostream>
+
+#include "harness/Report.h"
+#include "harness/TestManager.h"
+#include "tests/Signing.h"
+
+namespace {
+
+constexpr SigningWay singlePart{
+    .outputName = "C_Sign",
+    .loginNotice = "CKR_USER_NOT_LOGGED_IN logging in with CKU_CONTEXT_SPECIFIC\n",
+    .begin =
+        [](Signing& signing) {
+          dumpMessage();
+          signing.init();
+        },
+    .feed = [](Signing&) {},
+    // The length query carries no data: a module must not need it to know the length.
+    .output =
+        [](Signing& signing, CK_BYTE* signature) {
+          const bool query = signature == nullptr;
+          return p11::C_Sign(signing.session, query ? nullptr : signing.data.data(),
+                             query ? 0 : signing.dataLength, signature, &signing.signatureLength);
+        },
+};
+
+}  // namespace
+
+CK_RV TestManager::signData() {
+  std::cout << "Test5 - login to token and sign data...\n";
+  return signOnTokens(&TestManager::signWithKeys, nullptr);
+}
+
+CK_RV TestManager::signWithKeys(CK_SESSION_HANDLE session, const CK_MECHANISM_TYPE* mechanisms,
+                                CK_ULONG mechanismCount, std::uint32_t slotIndex) {
+  return signEach(singlePart, session, {mechanisms, mechanismCount}, slotIndex);
+}

@@ -1,0 +1,45 @@
+// signUpdate: as signData, in three parts through C_SignUpdate and C_SignFinal.
+// The operator sees the same report with the calls of multi-part signing.
+#include <algorithm>
+#include <iostream>
+
+#include "harness/Report.h"
+#include "harness/TestManager.h"
+#include "tests/Signing.h"
+
+namespace {
+
+void updateInThreeParts(Signing& signing) {
+  const CK_ULONG size = (signing.dataLength + 2) / 3;
+  for (CK_ULONG start = 0; start < 3 * size; start += size) {
+    require(p11::C_SignUpdate, signing.session, signing.data.data() + start,
+            std::min(size, signing.dataLength - start));
+  }
+}
+
+constexpr SigningWay multiPart{
+    .outputName = "C_SignFinal",
+    .loginNotice = "",
+    .begin =
+        [](Signing& signing) {
+          signing.init();
+          dumpMessage();
+        },
+    .feed = updateInThreeParts,
+    .output =
+        [](Signing& signing, CK_BYTE* signature) {
+          return p11::C_SignFinal(signing.session, signature, &signing.signatureLength);
+        },
+};
+
+}  // namespace
+
+CK_RV TestManager::signUpdate() {
+  std::cout << "Test12 - C_SignUpdate, C_SignFinal\n";
+  return signOnTokens(&TestManager::signByUpdate, "signByUpdate");
+}
+
+CK_RV TestManager::signByUpdate(CK_SESSION_HANDLE session, const CK_MECHANISM_TYPE* mechanisms,
+                                CK_ULONG mechanismCount, std::uint32_t slotIndex) {
+  return signEach(multiPart, session, {mechanisms, mechanismCount}, slotIndex);
+}

@@ -1,0 +1,93 @@
+// The independent check of a token's work: OpenSSL verifies signatures with the public key of the
+// certificate beside the private key. The operator sees per signature what is checked and that it
+// passed; a wrong PKCS#1 v1.5 signature ends the run under a banner.
+#include <iostream>
+
+#include "harness/Openssl.h"
+#include "harness/Report.h"
+#include "harness/TestManager.h"
+#include "tests/Mechanisms.h"
+
+namespace {
+
+struct Signature {
+  const CK_BYTE* bytes;
+  CK_ULONG length;
+  const CK_BYTE* data;  // that was to be signed
+  CK_ULONG dataLength;
+};
+
+// In both checks only a result of 0 rejects, on purpose: a negative one says that OpenSSL could not
+// check, as with a certificate of another kind of key, and that is no fault of the signature.
+bool verifyPkcs1(EVP_MD_CTX* context, const Digest& digest, const Signature& signature,
+                 EVP_PKEY* key) {
+  EVP_DigestInit_ex(context, digest.openssl(), nullptr);
+  EVP_DigestUpdate(context, signature.data, signature.dataLength);
+  return EVP_VerifyFinal(context, signature.bytes, static_cast<unsigned>(signature.length), key) !=
+         0;
+}
+
+bool verifyPss(EVP_MD_CTX* context, const Digest& digest, const Signature& signature,
+               EVP_PKEY* key) {
+  if (EVP_DigestVerifyInit(context, nullptr, digest.openssl(), nullptr, key) == 0) return false;
+  EVP_PKEY_CTX* const keyContext = EVP_MD_CTX_get_pkey_ctx(context);
+  return keyContext != nullptr &&
+         EVP_PKEY_CTX_set_rsa_padding(keyContext, RSA_PKCS1_PSS_PADDING) != 0 &&
+         EVP_PKEY_CTX_set_rsa_pss_saltlen(keyContext, RSA_PSS_SALTLEN_DIGEST) != 0 &&
+         EVP_DigestVerify(context, signature.bytes, signature.length, signature.data,
+                          signature.dataLength) != 0;
+}
+
+[[noreturn]] void endAfterWrongSignature() {
+  constexpr char rule[] = "**********************************************************\n";
+  std::cout << rule << "       SIGNATURE VERIFICATION FAILED\n" << rule;
+  endProgram(1);
+}
+
+void announce(const SignatureMechanism& row) {
+  if (row.announcement != nullptr) {
+    std::cout << row.announcement;
+  } else {
+    std::cout << "Performing " << row.name << " signature verification\n";
+  }
+}
+
+}  // namespace
+
+KeyOwner TestManager::getPublicKey(CK_SESSION_HANDLE /*session*/, const CertKeyRecord& record) {
+  const OpensslErrorScope errors;
+  const std::string& der = record.certificateValue;
+  const BioOwner bio(BIO_new_mem_buf(der.data(), static_cast<int>(der.size())));
+  if (bio == nullptr) return nullptr;
+  const CertificateOwner certificate(d2i_X509_bio(bio.get(), nullptr));
+  if (certificate == nullptr) return nullptr;
+  return KeyOwner(X509_get_pubkey(certificate.get()));
+}
+
+CK_RV TestManager::verifySig(CK_SESSION_HANDLE session, CK_MECHANISM_TYPE mechanism,
+                             const CK_BYTE* data, CK_ULONG dataLength, const CK_BYTE* signature,
+                             CK_ULONG signatureLength, const CertKeyRecord& record) {
+  const OpensslErrorScope errors;
+  const DigestContextOwner context(EVP_MD_CTX_new());
+  if (context == nullptr) {
+    std::cout << "Failed to initialize EVP_MD_CTX";
+    return CKR_FUNCTION_FAILED;
+  }
+  std::cout << "getting public key in openssl function\n";
+  const KeyOwner key = getPublicKey(session, record);
+  const SignatureMechanism* const row = findSignatureMechanism(mechanism);
+  if (row == nullptr) {
+    std::cout << std::dec << "Mechanism (" << mechanism << ") not found\n";
+    return CKR_OK;
+  }
+  announce(*row);
+  if (row->padding == Padding::unchecked) return CKR_OK;
+  const auto verify = row->padding == Padding::pss ? verifyPss : verifyPkcs1;
+  if (!verify(context.get(), *row->digest, {signature, signatureLength, data, dataLength},
+              key.get())) {
+    if (row->padding == Padding::pss) return CKR_FUNCTION_FAILED;
+    endAfterWrongSignature();
+  }
+  std::cout << row->name << " signature verification passed\n";
+  return CKR_OK;
+}
