@@ -43,7 +43,7 @@ int overflow(volatile int* above) {
   return deeper(here) + here[0];
 }
 
-CK_RV answer(const std::string& value) {
+CK_ULONG valueOf(const std::string& value) {
   if (value == "segv") raise(SIGSEGV);
   if (value == "abort") std::abort();
   if (value == "throw") throw std::runtime_error("thrown by the token");
@@ -52,7 +52,7 @@ CK_RV answer(const std::string& value) {
   }
   if (value == "overflow") {
     volatile int start = 0;
-    return static_cast<CK_RV>(overflow(&start));
+    return static_cast<CK_ULONG>(overflow(&start));
   }
   return std::stoul(value, nullptr, 0);
 }
@@ -62,6 +62,35 @@ const std::string* overrideOf(const std::string& name, const std::string& suffix
   auto found = overrides.find(name + "#" + std::to_string(token().calls[name]) + suffix);
   if (found == overrides.end()) found = overrides.find(name + suffix);
   return found == overrides.end() ? nullptr : &found->second;
+}
+
+// With a "random" directive: true once in `sides` times.
+bool dice(unsigned sides) {
+  auto& random = token().config.random;
+  return random && (*random)() % sides == 0;
+}
+
+constexpr CK_ULONG randomAnswers[] = {CKR_OK,       CKR_OK,         CKR_OK, CKR_GENERAL_ERROR,
+                                      CKR_NO_EVENT, CKR_PIN_LOCKED, 0x101,  0x80000001,
+                                      0x100000000};
+constexpr CK_ULONG randomCounts[] = {0,
+                                     1,
+                                     2,
+                                     17,
+                                     255,
+                                     513,
+                                     801,
+                                     0x10000,
+                                     0x100001,
+                                     0x7fffffff,
+                                     0x80000000,
+                                     0xffffffff,
+                                     0x8000000000000000,
+                                     ~CK_ULONG{0}};
+
+template <std::size_t count>
+CK_ULONG pick(const CK_ULONG (&values)[count]) {
+  return values[(*token().config.random)() % count];
 }
 
 void record(const std::string& name, std::initializer_list<Argument> arguments) {
@@ -111,27 +140,60 @@ Token& token() {
   return *instance;
 }
 
-CK_RV enter(const char* name, std::initializer_list<Argument> arguments,
-            const std::vector<CK_ULONG*>& outputs, const Body& body, bool early) {
-  const std::lock_guard lock(token().mutex);
-  ++token().calls[name];
-  record(name, arguments);
-  if (const std::string* value = overrideOf(name, "")) return answer(*value);
-  CK_RV result = CKR_CRYPTOKI_NOT_INITIALIZED;
-  if (early || token().initialized) result = body();
-  if (const std::string* value = overrideOf(name, ".out")) {
-    for (CK_ULONG* output : outputs) {
-      if (output != nullptr) *output = answer(*value);
-    }
+Call::Call(const char* name, std::initializer_list<Argument> arguments,
+           std::vector<CK_ULONG*> outputs, bool early)
+    : lock_(::token().mutex), name_(name), outputs_(std::move(outputs)) {
+  ++::token().calls[name_];
+  record(name_, arguments);
+  if (const std::string* value = overrideOf(name_, "")) {
+    answer(valueOf(*value));
+  } else if (dice(16)) {
+    answer(pick(randomAnswers));
+  } else if (!early && !::token().initialized) {
+    answer(CKR_CRYPTOKI_NOT_INITIALIZED);
   }
-  return result;
 }
 
-CK_RV withSession(const char* name, CK_SESSION_HANDLE handle,
-                  std::initializer_list<Argument> arguments, const std::vector<CK_ULONG*>& outputs,
-                  const std::function<CK_RV(Session&)>& body) {
-  return enter(name, arguments, outputs, [&]() -> CK_RV {
-    const auto found = token().sessions.find(handle);
-    return found == token().sessions.end() ? CKR_SESSION_HANDLE_INVALID : body(found->second);
-  });
+Call::~Call() {
+  const std::string* value = overrideOf(name_, ".out");
+  for (CK_ULONG* output : outputs_) {
+    if (output == nullptr) continue;
+    if (value != nullptr) *output = valueOf(*value);
+    if (dice(16)) *output = pick(randomCounts);
+  }
+}
+
+CK_RV Call::answer(CK_RV value) {
+  answered_ = true;
+  return result = value;
+}
+
+Slot* Call::slot(CK_SLOT_ID id) {
+  if (answered_) return nullptr;
+  auto& slots = ::token().config.slots;
+  const auto found = std::ranges::find(slots, id, &Slot::id);
+  if (found != slots.end()) return &*found;
+  answer(CKR_SLOT_ID_INVALID);
+  return nullptr;
+}
+
+Slot* Call::token(CK_SLOT_ID id) {
+  Slot* const found = slot(id);
+  if (found == nullptr || found->present) return found;
+  answer(CKR_TOKEN_NOT_PRESENT);
+  return nullptr;
+}
+
+Session* Call::session(CK_SESSION_HANDLE handle) {
+  if (answered_) return nullptr;
+  const auto found = ::token().sessions.find(handle);
+  if (found != ::token().sessions.end()) return &found->second;
+  answer(CKR_SESSION_HANDLE_INVALID);
+  return nullptr;
+}
+
+void Call::scramble(void* record, std::size_t size) const {
+  if (!dice(8)) return;
+  for (std::size_t i = 0; i < size; ++i)
+    static_cast<CK_BYTE*>(record)[i] = static_cast<CK_BYTE>((*::token().config.random)());
 }

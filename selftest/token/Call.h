@@ -42,14 +42,34 @@ struct Token {
 
 Token& token();
 
-using Body = std::function<CK_RV()>;
+// One call of an entry, under the module's lock: records it, and answers it from outside if the
+// overrides say so. At its end it alters the counts and lengths that go out, if they say so.
+class Call {
+ public:
+  Call(const char* name, std::initializer_list<Argument> arguments,
+       std::vector<CK_ULONG*> outputs = {}, bool early = false);
+  ~Call();
+  Call(const Call&) = delete;
+  Call& operator=(const Call&) = delete;
 
-// Runs one entry: records the call, answers from the overrides if they say so, wants the module to
-// be initialised unless `early`, runs `body`, and then alters `outputs` if they say so.
-CK_RV enter(const char* name, std::initializer_list<Argument> arguments,
-            const std::vector<CK_ULONG*>& outputs, const Body& body, bool early = false);
+  // Whether the call is answered already, by `result`: from outside, or because the module is not
+  // initialised (unless the entry may be called early).
+  bool answered() const { return answered_; }
+  CK_RV result = CKR_OK;
 
-// The same for entries on a session, an open one.
-CK_RV withSession(const char* name, CK_SESSION_HANDLE handle,
-                  std::initializer_list<Argument> arguments, const std::vector<CK_ULONG*>& outputs,
-                  const std::function<CK_RV(Session&)>& body);
+  // What the call is about; null when it is answered already, be it because there is no such thing.
+  Slot* slot(CK_SLOT_ID id);
+  Slot* token(CK_SLOT_ID id);  // of a slot with a token in it
+  Session* session(CK_SESSION_HANDLE handle);
+
+  // A record goes out: at random it is full of anything.
+  void scramble(void* record, std::size_t size) const;
+
+ private:
+  CK_RV answer(CK_RV value);
+
+  std::lock_guard<std::mutex> lock_;
+  std::string name_;
+  std::vector<CK_ULONG*> outputs_;
+  bool answered_ = false;
+};

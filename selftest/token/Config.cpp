@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <sstream>
 
 namespace {
@@ -80,49 +79,40 @@ void addCertificate(Slot& slot, const std::string& value) {
                           {}});
 }
 
-using Setter = std::function<void(Config&, Slot&, const std::string&)>;
+const std::map<std::string, std::string Slot::*> texts{
+    {"description", &Slot::description},
+    {"manufacturer", &Slot::manufacturer},
+    {"label", &Slot::label},
+    {"maker", &Slot::maker},
+    {"model", &Slot::model},
+    {"pin", &Slot::pin},
+};
 
-const std::map<std::string, Setter> directives{
-    {"log", [](Config& c, Slot&, const std::string& v) { c.log = v; }},
-    {"library", [](Config& c, Slot&, const std::string& v) { c.library = unescape(v); }},
-    {"version",
-     [](Config& c, Slot&, const std::string& v) {
-       c.version = {static_cast<CK_BYTE>(number(v)),
-                    static_cast<CK_BYTE>(number(v.substr(v.find('.') + 1)))};
-     }},
-    {"nolist", [](Config& c, Slot&, const std::string&) { c.noList = true; }},
-    {"null", [](Config& c, Slot&, const std::string& v) { c.nullEntry = v; }},
-    {"random", [](Config& c, Slot&,
-                  const std::string& v) { c.random.emplace(static_cast<unsigned>(number(v))); }},
-    {"event",
-     [](Config& c, Slot&, const std::string& v) {
-       c.events.push_back(
-           {number(v), std::chrono::milliseconds(number(v.substr(v.find('@') + 1)))});
-     }},
-    {"eventfile", [](Config& c, Slot&, const std::string& v) { c.eventFile = v; }},
-    {"empty", [](Config&, Slot& s, const std::string&) { s.present = false; }},
-    {"flags", [](Config&, Slot& s, const std::string& v) { s.flags = number(v); }},
-    {"description", [](Config&, Slot& s, const std::string& v) { s.description = unescape(v); }},
-    {"manufacturer", [](Config&, Slot& s, const std::string& v) { s.manufacturer = unescape(v); }},
-    {"label", [](Config&, Slot& s, const std::string& v) { s.label = unescape(v); }},
-    {"maker", [](Config&, Slot& s, const std::string& v) { s.maker = unescape(v); }},
-    {"model", [](Config&, Slot& s, const std::string& v) { s.model = unescape(v); }},
-    {"pin", [](Config&, Slot& s, const std::string& v) { s.pin = unescape(v); }},
-    {"tries",
-     [](Config&, Slot& s, const std::string& v) { s.tries = static_cast<int>(number(v)); }},
-    {"setpin", [](Config&, Slot& s, const std::string&) { s.maySetPin = true; }},
+const std::map<std::string, bool Slot::*> switches{
+    {"setpin", &Slot::maySetPin},
+    {"spoil", &Slot::spoil},
+    {"pad", &Slot::pad},
+    {"hold", &Slot::hold},
+};
+
+const std::map<std::string, void (*)(Slot&, const std::string&)> slotDirectives{
+    {"empty", [](Slot& s, const std::string&) { s.present = false; }},
+    {"flags", [](Slot& s, const std::string& v) { s.flags = number(v); }},
+    {"tries", [](Slot& s, const std::string& v) { s.tries = static_cast<int>(number(v)); }},
+    {"handles", [](Slot& s, const std::string& v) { s.firstHandle = number(v); }},
+    {"key", addKey},
+    {"certificate", addCertificate},
     {"mechanisms",
-     [](Config&, Slot& s, const std::string& v) {
+     [](Slot& s, const std::string& v) {
        s.mechanisms.clear();
        for (const std::string& part : split(v, ',')) s.mechanisms.push_back(number(part));
      }},
-    {"key", [](Config&, Slot& s, const std::string& v) { addKey(s, v); }},
-    {"certificate", [](Config&, Slot& s, const std::string& v) { addCertificate(s, v); }},
-    {"handles", [](Config&, Slot& s, const std::string& v) { s.firstHandle = number(v); }},
-    {"spoil", [](Config&, Slot& s, const std::string&) { s.spoil = true; }},
-    {"pad", [](Config&, Slot& s, const std::string&) { s.pad = true; }},
-    {"hold", [](Config&, Slot& s, const std::string&) { s.hold = true; }},
 };
+
+// "A.B", "A@B": both numbers.
+std::pair<CK_ULONG, CK_ULONG> numbers(const std::string& text) {
+  return {number(text), number(text.substr(text.find_first_of(".@") + 1))};
+}
 
 Slot newSlot(CK_SLOT_ID id) {
   Slot slot;
@@ -132,20 +122,48 @@ Slot newSlot(CK_SLOT_ID id) {
   return slot;
 }
 
+bool applyToSlot(Slot& slot, const std::string& name, const std::string& value) {
+  if (const auto text = texts.find(name); text != texts.end()) {
+    slot.*text->second = unescape(value);
+  } else if (const auto on = switches.find(name); on != switches.end()) {
+    slot.*on->second = true;
+  } else if (const auto found = slotDirectives.find(name); found != slotDirectives.end()) {
+    found->second(slot, value);
+  } else {
+    return false;
+  }
+  return true;
+}
+
 void apply(Config& config, const std::string& line, bool& ownSlots) {
   const auto equals = std::min(line.find('='), line.size());
   const std::string name = line.substr(0, equals);
-  const std::string value = equals < line.size() ? line.substr(equals + 1) : "";
+  const std::string value = line.substr(std::min(equals + 1, line.size()));
   if (name.starts_with("C_")) {
     config.overrides[name] = value;
   } else if (name == "slot") {
     if (!ownSlots) config.slots.clear();
     ownSlots = true;
     if (value != "none") config.slots.push_back(newSlot(number(value)));
-  } else if (const auto found = directives.find(name); found != directives.end()) {
-    static Slot nowhere;
-    found->second(config, config.slots.empty() ? nowhere : config.slots.back(), value);
-  } else {
+  } else if (name == "log") {
+    config.log = value;
+  } else if (name == "library") {
+    config.library = unescape(value);
+  } else if (name == "version") {
+    const auto [major, minor] = numbers(value);
+    config.version = {static_cast<CK_BYTE>(major), static_cast<CK_BYTE>(minor)};
+  } else if (name == "nolist") {
+    config.noList = true;
+  } else if (name == "null") {
+    config.nullEntry = value;
+  } else if (name == "random") {
+    config.random.emplace(static_cast<unsigned>(number(value)));
+  } else if (name == "event") {
+    const auto [slot, delay] = numbers(value);
+    config.events.push_back({slot, std::chrono::milliseconds(delay)});
+  } else if (name == "eventfile") {
+    config.eventFile = value;
+  } else if (config.slots.empty() || !applyToSlot(config.slots.back(), name, value)) {
     reject(line);
   }
 }

@@ -19,15 +19,9 @@ void pad(CK_UTF8CHAR (&field)[width], const std::string& text) {
   std::memcpy(field, text.data(), std::min(width, text.size()));
 }
 
-Slot* findSlot(CK_SLOT_ID id) {
-  const auto slot = std::ranges::find(token().config.slots, id, &Slot::id);
-  return slot == token().config.slots.end() ? nullptr : &*slot;
-}
-
-CK_RV withToken(CK_SLOT_ID id, const std::function<CK_RV(Slot&)>& body) {
-  Slot* const slot = findSlot(id);
-  if (slot == nullptr) return CKR_SLOT_ID_INVALID;
-  return slot->present ? body(*slot) : CKR_TOKEN_NOT_PRESENT;
+// A pointer as the record shows it, whatever it points to.
+const void* at(const void* pointer) {
+  return pointer;
 }
 
 // The two-call pattern: what is there goes to `out`, of room for `capacity` items.
@@ -41,12 +35,12 @@ CK_RV deliver(const Item* items, CK_ULONG count, Item* out, CK_ULONG* capacity) 
   return CKR_OK;
 }
 
-void closeSessions(const Slot& slot, CK_SESSION_HANDLE only = 0) {
+void closeSessions(Slot& slot, CK_SESSION_HANDLE only = 0) {
   std::erase_if(token().sessions, [&](const auto& entry) {
     return entry.second.slot == &slot && (only == 0 || only == entry.first);
   });
   const auto onSlot = [&](const auto& entry) { return entry.second.slot == &slot; };
-  if (std::ranges::none_of(token().sessions, onSlot)) findSlot(slot.id)->loggedIn = false;
+  if (std::ranges::none_of(token().sessions, onSlot)) slot.loggedIn = false;
 }
 
 CK_RV checkPin(Slot& slot, const CK_UTF8CHAR* pin, CK_ULONG length) {
@@ -180,301 +174,293 @@ CK_RV unsupported() {
 }  // namespace
 
 CK_RV C_Initialize(void* arguments) {
-  return enter(
-      "C_Initialize", {arguments}, {},
-      []() -> CK_RV {
-        return std::exchange(token().initialized, true) ? CKR_CRYPTOKI_ALREADY_INITIALIZED : CKR_OK;
-      },
-      true);
+  Call call("C_Initialize", {arguments}, {}, true);
+  if (call.answered()) return call.result;
+  return std::exchange(token().initialized, true) ? CKR_CRYPTOKI_ALREADY_INITIALIZED : CKR_OK;
 }
 
 CK_RV C_Finalize(void* reserved) {
-  return enter("C_Finalize", {reserved}, {}, [] {
-    token().initialized = false;
-    for (const Slot& slot : token().config.slots) closeSessions(slot);
-    return CKR_OK;
-  });
+  Call call("C_Finalize", {reserved});
+  if (call.answered()) return call.result;
+  token().initialized = false;
+  for (Slot& slot : token().config.slots) closeSessions(slot);
+  return CKR_OK;
 }
 
 CK_RV C_GetInfo(CK_INFO* info) {
-  return enter("C_GetInfo", {info}, {}, [&]() -> CK_RV {
-    if (info == nullptr) return CKR_ARGUMENTS_BAD;
-    *info = {{2, 40}, {}, 0, {}, token().config.version};
-    pad(info->manufacturerID, "kestrel");
-    pad(info->libraryDescription, token().config.library);
-    return CKR_OK;
-  });
+  Call call("C_GetInfo", {info});
+  if (call.answered()) return call.result;
+  if (info == nullptr) return CKR_ARGUMENTS_BAD;
+  *info = {{2, 40}, {}, 0, {}, token().config.version};
+  pad(info->manufacturerID, "kestrel");
+  pad(info->libraryDescription, token().config.library);
+  call.scramble(info, sizeof *info);
+  return CKR_OK;
 }
 
 CK_RV C_GetSlotList(CK_BBOOL present, CK_SLOT_ID* list, CK_ULONG* count) {
-  return enter("C_GetSlotList", {CK_ULONG{present}, static_cast<const void*>(list), count}, {count},
-               [&] {
-                 std::vector<CK_SLOT_ID> ids;
-                 for (const Slot& slot : token().config.slots) {
-                   if (slot.present || present == CK_FALSE) ids.push_back(slot.id);
-                 }
-                 return deliver(ids.data(), ids.size(), list, count);
-               });
+  Call call("C_GetSlotList", {CK_ULONG{present}, at(list), count}, {count});
+  if (call.answered()) return call.result;
+  std::vector<CK_SLOT_ID> ids;
+  for (const Slot& slot : token().config.slots) {
+    if (slot.present || present == CK_FALSE) ids.push_back(slot.id);
+  }
+  return deliver(ids.data(), ids.size(), list, count);
 }
 
 CK_RV C_GetSlotInfo(CK_SLOT_ID id, CK_SLOT_INFO* info) {
-  return enter("C_GetSlotInfo", {id, info}, {}, [&]() -> CK_RV {
-    if (info == nullptr) return CKR_ARGUMENTS_BAD;
-    const Slot* slot = findSlot(id);
-    if (slot == nullptr) return CKR_SLOT_ID_INVALID;
-    pad(info->slotDescription, slot->description);
-    pad(info->manufacturerID, slot->manufacturer);
-    info->flags = slot->flags | (slot->present ? CKF_TOKEN_PRESENT : 0);
-    info->hardwareVersion = info->firmwareVersion = {1, 0};
-    return CKR_OK;
-  });
+  Call call("C_GetSlotInfo", {id, info});
+  if (info == nullptr && !call.answered()) return CKR_ARGUMENTS_BAD;
+  const Slot* slot = call.slot(id);
+  if (slot == nullptr) return call.result;
+  pad(info->slotDescription, slot->description);
+  pad(info->manufacturerID, slot->manufacturer);
+  info->flags = slot->flags | (slot->present ? CKF_TOKEN_PRESENT : 0);
+  info->hardwareVersion = info->firmwareVersion = {1, 0};
+  call.scramble(info, sizeof *info);
+  return CKR_OK;
 }
 
 CK_RV C_GetTokenInfo(CK_SLOT_ID id, CK_TOKEN_INFO* info) {
-  return enter("C_GetTokenInfo", {id, info}, {}, [&] {
-    return withToken(id, [&](Slot& slot) -> CK_RV {
-      if (info == nullptr) return CKR_ARGUMENTS_BAD;
-      *info = {};
-      pad(info->label, slot.label);
-      pad(info->manufacturerID, slot.maker);
-      pad(info->model, slot.model);
-      info->flags = CKF_RNG | CKF_LOGIN_REQUIRED | CKF_USER_PIN_INITIALIZED |
-                    CKF_TOKEN_INITIALIZED | pinFlags(slot);
-      return CKR_OK;
-    });
-  });
+  Call call("C_GetTokenInfo", {id, info});
+  const Slot* slot = call.token(id);
+  if (slot == nullptr) return call.result;
+  if (info == nullptr) return CKR_ARGUMENTS_BAD;
+  *info = {};
+  pad(info->label, slot->label);
+  pad(info->manufacturerID, slot->maker);
+  pad(info->model, slot->model);
+  info->flags = CKF_RNG | CKF_LOGIN_REQUIRED | CKF_USER_PIN_INITIALIZED | CKF_TOKEN_INITIALIZED |
+                pinFlags(*slot);
+  call.scramble(info, sizeof *info);
+  return CKR_OK;
 }
 
 CK_RV C_GetMechanismList(CK_SLOT_ID id, CK_MECHANISM_TYPE* list, CK_ULONG* count) {
-  return enter("C_GetMechanismList", {id, static_cast<const void*>(list), count}, {count}, [&] {
-    return withToken(id, [&](Slot& slot) {
-      return deliver(slot.mechanisms.data(), slot.mechanisms.size(), list, count);
-    });
-  });
+  Call call("C_GetMechanismList", {id, at(list), count}, {count});
+  const Slot* slot = call.token(id);
+  if (slot == nullptr) return call.result;
+  return deliver(slot->mechanisms.data(), slot->mechanisms.size(), list, count);
 }
 
 CK_RV C_GetMechanismInfo(CK_SLOT_ID id, CK_MECHANISM_TYPE type, CK_MECHANISM_INFO* info) {
-  return enter("C_GetMechanismInfo", {id, type, info}, {}, [&] {
-    return withToken(id, [&](Slot&) -> CK_RV {
-      if (info == nullptr) return CKR_ARGUMENTS_BAD;
-      *info = {2048, 4096, CKF_SIGN | CKF_DECRYPT};
-      return CKR_OK;
-    });
-  });
+  Call call("C_GetMechanismInfo", {id, type, info});
+  if (call.token(id) == nullptr) return call.result;
+  if (info == nullptr) return CKR_ARGUMENTS_BAD;
+  *info = {2048, 4096, CKF_SIGN | CKF_DECRYPT};
+  return CKR_OK;
 }
 
 CK_RV C_SetPIN(CK_SESSION_HANDLE handle, CK_UTF8CHAR* oldPin, CK_ULONG oldLength,
                CK_UTF8CHAR* newPin, CK_ULONG newLength) {
-  return withSession("C_SetPIN", handle, {handle, {oldPin, oldLength}, {newPin, newLength}}, {},
-                     [&](Session& session) -> CK_RV {
-                       if (newPin == nullptr) return CKR_ARGUMENTS_BAD;
-                       Slot& slot = *session.slot;
-                       if (!session.readWrite && !slot.maySetPin) return CKR_SESSION_READ_ONLY;
-                       const CK_RV result = checkPin(slot, oldPin, oldLength);
-                       if (result == CKR_OK) slot.pin.assign(newPin, newPin + newLength);
-                       return result;
-                     });
+  Call call("C_SetPIN", {handle, {oldPin, oldLength}, {newPin, newLength}});
+  const Session* session = call.session(handle);
+  if (session == nullptr) return call.result;
+  if (newPin == nullptr) return CKR_ARGUMENTS_BAD;
+  if (!session->readWrite && !session->slot->maySetPin) return CKR_SESSION_READ_ONLY;
+  const CK_RV result = checkPin(*session->slot, oldPin, oldLength);
+  if (result == CKR_OK) session->slot->pin.assign(newPin, newPin + newLength);
+  return result;
 }
 
 CK_RV C_OpenSession(CK_SLOT_ID id, CK_FLAGS flags, void* application, CK_NOTIFY notify,
                     CK_SESSION_HANDLE* handle) {
   const void* callback = reinterpret_cast<const void*>(notify);
-  return enter("C_OpenSession",
-               {id, flags, application, callback, static_cast<const void*>(handle)}, {handle}, [&] {
-                 return withToken(id, [&](Slot& slot) -> CK_RV {
-                   if (handle == nullptr) return CKR_ARGUMENTS_BAD;
-                   if ((flags & CKF_SERIAL_SESSION) == 0) return CKR_SESSION_PARALLEL_NOT_SUPPORTED;
-                   *handle = ++token().lastSession;
-                   token().sessions[*handle] = {&slot, (flags & CKF_RW_SESSION) != 0, false, {}, {},
-                                                {}};
-                   return CKR_OK;
-                 });
-               });
+  Call call("C_OpenSession", {id, flags, application, callback, at(handle)}, {handle});
+  Slot* slot = call.token(id);
+  if (slot == nullptr) return call.result;
+  if (handle == nullptr) return CKR_ARGUMENTS_BAD;
+  if ((flags & CKF_SERIAL_SESSION) == 0) return CKR_SESSION_PARALLEL_NOT_SUPPORTED;
+  *handle = ++token().lastSession;
+  token().sessions[*handle] = {slot, (flags & CKF_RW_SESSION) != 0, false, {}, {}, {}};
+  return CKR_OK;
 }
 
 CK_RV C_CloseSession(CK_SESSION_HANDLE handle) {
-  return withSession("C_CloseSession", handle, {handle}, {}, [&](Session& session) {
-    closeSessions(*session.slot, handle);
-    return CKR_OK;
-  });
+  Call call("C_CloseSession", {handle});
+  const Session* session = call.session(handle);
+  if (session != nullptr) closeSessions(*session->slot, handle);
+  return call.result;
 }
 
 CK_RV C_CloseAllSessions(CK_SLOT_ID id) {
-  return enter("C_CloseAllSessions", {id}, {}, [&] {
-    return withToken(id, [&](Slot& slot) {
-      closeSessions(slot);
-      return CKR_OK;
-    });
-  });
+  Call call("C_CloseAllSessions", {id});
+  Slot* slot = call.token(id);
+  if (slot != nullptr) closeSessions(*slot);
+  return call.result;
 }
 
 CK_RV C_GetSessionInfo(CK_SESSION_HANDLE handle, CK_SESSION_INFO* info) {
-  return withSession("C_GetSessionInfo", handle, {handle, info}, {}, [&](Session& s) -> CK_RV {
-    if (info == nullptr) return CKR_ARGUMENTS_BAD;
-    *info = {s.slot->id, s.slot->loggedIn ? CKS_RO_USER_FUNCTIONS : CKS_RO_PUBLIC_SESSION,
-             CKF_SERIAL_SESSION, 0};
-    return CKR_OK;
-  });
+  Call call("C_GetSessionInfo", {handle, info});
+  const Session* session = call.session(handle);
+  if (session == nullptr) return call.result;
+  if (info == nullptr) return CKR_ARGUMENTS_BAD;
+  *info = {session->slot->id,
+           session->slot->loggedIn ? CKS_RO_USER_FUNCTIONS : CKS_RO_PUBLIC_SESSION,
+           CKF_SERIAL_SESSION, 0};
+  return CKR_OK;
 }
 
 CK_RV C_Login(CK_SESSION_HANDLE handle, CK_USER_TYPE user, CK_UTF8CHAR* pin, CK_ULONG length) {
-  return withSession(
-      "C_Login", handle, {handle, user, {pin, length}}, {}, [&](Session& s) -> CK_RV {
-        if (pin == nullptr) return CKR_ARGUMENTS_BAD;
-        if (user != CKU_USER && user != CKU_CONTEXT_SPECIFIC) return CKR_USER_TYPE_INVALID;
-        bool& loggedIn = user == CKU_USER ? s.slot->loggedIn : s.slot->contextLoggedIn;
-        if (user == CKU_USER && loggedIn) return CKR_USER_ALREADY_LOGGED_IN;
-        const CK_RV result = checkPin(*s.slot, pin, length);
-        loggedIn = result == CKR_OK;
-        return result;
-      });
+  Call call("C_Login", {handle, user, {pin, length}});
+  const Session* session = call.session(handle);
+  if (session == nullptr) return call.result;
+  if (pin == nullptr) return CKR_ARGUMENTS_BAD;
+  if (user != CKU_USER && user != CKU_CONTEXT_SPECIFIC) return CKR_USER_TYPE_INVALID;
+  Slot& slot = *session->slot;
+  bool& loggedIn = user == CKU_USER ? slot.loggedIn : slot.contextLoggedIn;
+  if (user == CKU_USER && loggedIn) return CKR_USER_ALREADY_LOGGED_IN;
+  const CK_RV result = checkPin(slot, pin, length);
+  loggedIn = result == CKR_OK;
+  return result;
 }
 
 CK_RV C_Logout(CK_SESSION_HANDLE handle) {
-  return withSession("C_Logout", handle, {handle}, {}, [&](Session& session) -> CK_RV {
-    return std::exchange(session.slot->loggedIn, false) ? CKR_OK : CKR_USER_NOT_LOGGED_IN;
-  });
+  Call call("C_Logout", {handle});
+  const Session* session = call.session(handle);
+  if (session == nullptr) return call.result;
+  return std::exchange(session->slot->loggedIn, false) ? CKR_OK : CKR_USER_NOT_LOGGED_IN;
 }
 
 CK_RV C_GetAttributeValue(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE key, CK_ATTRIBUTE* attributes,
                           CK_ULONG count) {
   std::vector<CK_ULONG*> lengths;
   for (CK_ULONG i = 0; i < count; ++i) lengths.push_back(&attributes[i].ulValueLen);
-  return withSession("C_GetAttributeValue", handle, {handle, key, {attributes, count, false}},
-                     lengths, [&](Session& session) -> CK_RV {
-                       const Object* object = findObject(session, key);
-                       if (object == nullptr) return CKR_OBJECT_HANDLE_INVALID;
-                       CK_RV result = CKR_OK;
-                       for (CK_ULONG i = 0; i < count; ++i) {
-                         const CK_RV one = getAttribute(*object, attributes[i]);
-                         if (one != CKR_OK) result = one;
-                       }
-                       return result;
-                     });
+  Call call("C_GetAttributeValue", {handle, key, {attributes, count, false}}, lengths);
+  const Session* session = call.session(handle);
+  if (session == nullptr) return call.result;
+  const Object* object = findObject(*session, key);
+  if (object == nullptr) return CKR_OBJECT_HANDLE_INVALID;
+  CK_RV result = CKR_OK;
+  for (CK_ULONG i = 0; i < count; ++i) {
+    const CK_RV one = getAttribute(*object, attributes[i]);
+    if (one != CKR_OK) result = one;
+  }
+  return result;
 }
 
 CK_RV C_FindObjectsInit(CK_SESSION_HANDLE handle, CK_ATTRIBUTE* wanted, CK_ULONG count) {
-  return withSession(
-      "C_FindObjectsInit", handle, {handle, {wanted, count, true}}, {},
-      [&](Session& session) -> CK_RV {
-        if (std::exchange(session.searching, true)) return CKR_OPERATION_ACTIVE;
-        session.found.clear();
-        for (CK_ULONG i = 0; i < session.slot->objects.size(); ++i) {
-          const Object* object = findObject(session, session.slot->firstHandle + i);
-          if (object != nullptr && std::all_of(wanted, wanted + count, [&](const CK_ATTRIBUTE& a) {
-                return matches(*object, a);
-              })) {
-            session.found.push_back(session.slot->firstHandle + i);
-          }
-        }
-        return CKR_OK;
-      });
+  Call call("C_FindObjectsInit", {handle, {wanted, count, true}});
+  Session* session = call.session(handle);
+  if (session == nullptr) return call.result;
+  if (std::exchange(session->searching, true)) return CKR_OPERATION_ACTIVE;
+  session->found.clear();
+  for (CK_ULONG i = 0; i < session->slot->objects.size(); ++i) {
+    const Object* object = findObject(*session, session->slot->firstHandle + i);
+    const auto fits = [&](const CK_ATTRIBUTE& attribute) { return matches(*object, attribute); };
+    if (object != nullptr && std::all_of(wanted, wanted + count, fits)) {
+      session->found.push_back(session->slot->firstHandle + i);
+    }
+  }
+  return CKR_OK;
 }
 
 CK_RV C_FindObjects(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE* handles, CK_ULONG room,
                     CK_ULONG* count) {
-  return withSession("C_FindObjects", handle, {handle, room}, {count}, [&](Session& s) -> CK_RV {
-    if (!s.searching) return CKR_OPERATION_NOT_INITIALIZED;
-    const auto end = s.found.begin() + static_cast<long>(std::min<CK_ULONG>(room, s.found.size()));
-    *count = static_cast<CK_ULONG>(std::copy(s.found.begin(), end, handles) - handles);
-    s.found.erase(s.found.begin(), end);
-    return CKR_OK;
-  });
+  Call call("C_FindObjects", {handle, room}, {count});
+  Session* session = call.session(handle);
+  if (session == nullptr) return call.result;
+  if (!session->searching) return CKR_OPERATION_NOT_INITIALIZED;
+  auto& found = session->found;
+  const auto end = found.begin() + static_cast<long>(std::min<CK_ULONG>(room, found.size()));
+  *count = static_cast<CK_ULONG>(std::copy(found.begin(), end, handles) - handles);
+  found.erase(found.begin(), end);
+  return CKR_OK;
 }
 
 CK_RV C_FindObjectsFinal(CK_SESSION_HANDLE handle) {
-  return withSession("C_FindObjectsFinal", handle, {handle}, {}, [](Session& session) -> CK_RV {
-    return std::exchange(session.searching, false) ? CKR_OK : CKR_OPERATION_NOT_INITIALIZED;
-  });
+  Call call("C_FindObjectsFinal", {handle});
+  Session* session = call.session(handle);
+  if (session == nullptr) return call.result;
+  return std::exchange(session->searching, false) ? CKR_OK : CKR_OPERATION_NOT_INITIALIZED;
 }
 
 CK_RV C_DecryptInit(CK_SESSION_HANDLE handle, CK_MECHANISM* mechanism, CK_OBJECT_HANDLE key) {
-  return withSession("C_DecryptInit", handle, {handle, mechanism, key}, {},
-                     [&](Session& s) { return begin(s, s.decrypt, mechanism, key); });
+  Call call("C_DecryptInit", {handle, mechanism, key});
+  Session* s = call.session(handle);
+  return s == nullptr ? call.result : begin(*s, s->decrypt, mechanism, key);
 }
 
 CK_RV C_Decrypt(CK_SESSION_HANDLE handle, CK_BYTE* data, CK_ULONG length, CK_BYTE* out,
                 CK_ULONG* outLength) {
-  return withSession("C_Decrypt", handle,
-                     {handle, {data, length}, static_cast<const void*>(out), outLength},
-                     {outLength}, [&](Session& s) {
-                       s.decrypt.data.assign(reinterpret_cast<const char*>(data), length);
-                       return finish(s, s.decrypt, out, outLength, plaintext);
-                     });
+  Call call("C_Decrypt", {handle, {data, length}, at(out), outLength}, {outLength});
+  Session* s = call.session(handle);
+  if (s == nullptr) return call.result;
+  s->decrypt.data.assign(data, data + length);
+  return finish(*s, s->decrypt, out, outLength, plaintext);
 }
 
 CK_RV C_DecryptUpdate(CK_SESSION_HANDLE handle, CK_BYTE* part, CK_ULONG length, CK_BYTE* out,
                       CK_ULONG* outLength) {
-  return withSession("C_DecryptUpdate", handle,
-                     {handle, {part, length}, static_cast<const void*>(out), outLength},
-                     {outLength}, [&](Session& s) -> CK_RV {
-                       s.decrypt.data.assign(reinterpret_cast<const char*>(part), length);
-                       if (out != nullptr && s.slot->hold) return CKR_OK;
-                       const CK_RV result = finish(s, s.decrypt, out, outLength, plaintext);
-                       if (result == CKR_OK && out != nullptr)
-                         s.decrypt = {true, 0, s.decrypt.key, {}};
-                       return result;
-                     });
+  Call call("C_DecryptUpdate", {handle, {part, length}, at(out), outLength}, {outLength});
+  Session* s = call.session(handle);
+  if (s == nullptr) return call.result;
+  s->decrypt.data.assign(part, part + length);
+  if (out != nullptr && s->slot->hold) return CKR_OK;
+  const CK_RV result = finish(*s, s->decrypt, out, outLength, plaintext);
+  if (result == CKR_OK && out != nullptr) s->decrypt.active = true;
+  return result;
 }
 
 CK_RV C_DecryptFinal(CK_SESSION_HANDLE handle, CK_BYTE* out, CK_ULONG* outLength) {
-  return withSession("C_DecryptFinal", handle, {handle, static_cast<const void*>(out), outLength},
-                     {outLength}, [&](Session& s) -> CK_RV {
-                       if (s.slot->hold) return finish(s, s.decrypt, out, outLength, plaintext);
-                       if (!std::exchange(s.decrypt.active, false))
-                         return CKR_OPERATION_NOT_INITIALIZED;
-                       *outLength = 0;
-                       return CKR_OK;
-                     });
+  Call call("C_DecryptFinal", {handle, at(out), outLength}, {outLength});
+  Session* s = call.session(handle);
+  if (s == nullptr) return call.result;
+  if (s->slot->hold) return finish(*s, s->decrypt, out, outLength, plaintext);
+  *outLength = 0;
+  return std::exchange(s->decrypt.active, false) ? CKR_OK : CKR_OPERATION_NOT_INITIALIZED;
 }
 
 CK_RV C_SignInit(CK_SESSION_HANDLE handle, CK_MECHANISM* mechanism, CK_OBJECT_HANDLE key) {
-  return withSession("C_SignInit", handle, {handle, mechanism, key}, {},
-                     [&](Session& s) { return begin(s, s.sign, mechanism, key); });
+  Call call("C_SignInit", {handle, mechanism, key});
+  Session* s = call.session(handle);
+  return s == nullptr ? call.result : begin(*s, s->sign, mechanism, key);
 }
 
 CK_RV C_Sign(CK_SESSION_HANDLE handle, CK_BYTE* data, CK_ULONG length, CK_BYTE* signature,
              CK_ULONG* signatureLength) {
-  return withSession("C_Sign", handle,
-                     {handle, {data, length}, static_cast<const void*>(signature), signatureLength},
-                     {signatureLength}, [&](Session& s) {
-                       if (data != nullptr)
-                         s.sign.data.assign(reinterpret_cast<const char*>(data), length);
-                       return finish(s, s.sign, signature, signatureLength, signatureOf);
-                     });
+  Call call("C_Sign", {handle, {data, length}, at(signature), signatureLength}, {signatureLength});
+  Session* s = call.session(handle);
+  if (s == nullptr) return call.result;
+  s->sign.data.assign(data, data + length);
+  return finish(*s, s->sign, signature, signatureLength, signatureOf);
 }
 
 CK_RV C_SignUpdate(CK_SESSION_HANDLE handle, CK_BYTE* part, CK_ULONG length) {
-  return withSession("C_SignUpdate", handle, {handle, {part, length}}, {},
-                     [&](Session& s) { return append(s.sign, part, length); });
+  Call call("C_SignUpdate", {handle, {part, length}});
+  Session* s = call.session(handle);
+  return s == nullptr ? call.result : append(s->sign, part, length);
 }
 
 CK_RV C_SignFinal(CK_SESSION_HANDLE handle, CK_BYTE* signature, CK_ULONG* length) {
-  return withSession("C_SignFinal", handle, {handle, static_cast<const void*>(signature), length},
-                     {length},
-                     [&](Session& s) { return finish(s, s.sign, signature, length, signatureOf); });
+  Call call("C_SignFinal", {handle, at(signature), length}, {length});
+  Session* s = call.session(handle);
+  return s == nullptr ? call.result : finish(*s, s->sign, signature, length, signatureOf);
 }
 
 CK_RV C_SeedRandom(CK_SESSION_HANDLE handle, CK_BYTE*, CK_ULONG length) {
-  return withSession("C_SeedRandom", handle, {handle, length}, {}, [](Session&) { return CKR_OK; });
+  Call call("C_SeedRandom", {handle, length});
+  call.session(handle);
+  return call.result;
 }
 
 CK_RV C_GenerateRandom(CK_SESSION_HANDLE handle, CK_BYTE* bytes, CK_ULONG length) {
-  return withSession("C_GenerateRandom", handle, {handle, length}, {}, [&](Session&) -> CK_RV {
-    return RAND_bytes(bytes, static_cast<int>(length)) == 1 ? CKR_OK : CKR_GENERAL_ERROR;
-  });
+  Call call("C_GenerateRandom", {handle, length});
+  if (call.session(handle) != nullptr) RAND_bytes(bytes, static_cast<int>(length));
+  return call.result;
 }
 
 CK_RV C_CancelFunction(CK_SESSION_HANDLE handle) {
-  return enter(
-      "C_CancelFunction", {handle}, {}, [] { return CKR_FUNCTION_NOT_SUPPORTED; }, true);
+  Call call("C_CancelFunction", {handle}, {}, true);
+  return call.answered() ? call.result : CKR_FUNCTION_NOT_SUPPORTED;
 }
 
 // Waits outside the lock: other threads go on calling.
 CK_RV C_WaitForSlotEvent(CK_FLAGS flags, CK_SLOT_ID* slot, void* reserved) {
-  const CK_RV result =
-      enter("C_WaitForSlotEvent", {flags, slot, reserved}, {}, []() -> CK_RV { return CKR_OK; });
-  if (result != CKR_OK) return result;
+  {
+    Call call("C_WaitForSlotEvent", {flags, at(slot), reserved});
+    if (call.answered()) return call.result;
+  }
   for (;;) {
     if (const auto event = takeEvent()) {
       *slot = *event;
@@ -498,21 +484,18 @@ CK_RV C_WaitForSlotEvent(CK_FLAGS flags, CK_SLOT_ID* slot, void* reserved) {
 
 __attribute__((visibility("default"))) CK_RV C_GetFunctionList(CK_FUNCTION_LIST** list) {
   static CK_FUNCTION_LIST functions{};
-  return enter(
-      "C_GetFunctionList", {}, {},
-      [&] {
-        // Every entry is there; those that kestrel never calls answer CKR_FUNCTION_NOT_SUPPORTED.
-        CK_RV (*const stub)() = unsupported;
-        functions.version = {2, 40};
-        for (std::size_t at = offsetof(CK_FUNCTION_LIST, C_Initialize); at < sizeof functions;
-             at += sizeof stub) {
-          std::memcpy(reinterpret_cast<char*>(&functions) + at, &stub, sizeof stub);
-        }
+  Call call("C_GetFunctionList", {}, {}, true);
+  if (call.answered()) return call.result;
+  // Every entry is there; those that kestrel never calls answer CKR_FUNCTION_NOT_SUPPORTED.
+  CK_RV (*const stub)() = unsupported;
+  functions.version = {2, 40};
+  for (std::size_t offset = offsetof(CK_FUNCTION_LIST, C_Initialize); offset < sizeof functions;
+       offset += sizeof stub) {
+    std::memcpy(reinterpret_cast<char*>(&functions) + offset, &stub, sizeof stub);
+  }
 #define FILL(entry) functions.entry = token().config.nullEntry == #entry ? nullptr : (entry);
-        ENTRIES(FILL)
+  ENTRIES(FILL)
 #undef FILL
-        *list = token().config.noList ? nullptr : &functions;
-        return CKR_OK;
-      },
-      true);
+  *list = token().config.noList ? nullptr : &functions;
+  return CKR_OK;
 }
