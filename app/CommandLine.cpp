@@ -1,5 +1,7 @@
 #include "app/CommandLine.h"
 
+#include <openssl/crypto.h>
+
 #include <iostream>
 #include <string_view>
 

@@ -1,4 +1,6 @@
 // PINs by slot position: from "-pw", or from the operator's terminal.
+#include <openssl/crypto.h>
+
 #include <array>
 #include <cstring>
 #include <iostream>

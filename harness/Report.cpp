@@ -11,6 +11,7 @@
 #include <string>
 
 #include "harness/CkrName.h"
+#include "harness/Pin.h"
 
 namespace {
 
@@ -20,6 +21,7 @@ std::atomic_flag ending;
 
 void endProgram(int status) {
   while (ending.test_and_set()) pause();
+  Pin::wipeAll();
   std::exit(status);
 }
 

@@ -3,8 +3,9 @@
 
 #include "harness/Module.h"
 
-// Ends the process: `status` goes to the shell, buffered output is flushed, nothing else is undone
-// (no C_Finalize, no unloading). The first thread that asks for it wins; a second one waits.
+// Ends the process: `status` goes to the shell, buffered output is flushed, PINs are wiped, nothing
+// else is undone (no C_Finalize, no unloading). The first thread that asks for it wins; a second
+// one waits.
 [[noreturn]] void endProgram(int status);
 
 // Stops the calling thread for good once another one ends the process. A thread that writes in a
