@@ -1,7 +1,7 @@
 // Runs a program on a pseudo terminal and deals with it as an operator would:
 //   pty ACTION... -- PROGRAM ARGUMENT...
 // Actions: "?TEXT" waits until TEXT has come out since the last action; "echo" notes whether the
-// terminal echoes; anything else is typed (printf escapes such as \n and \003 are the shell's).
+// terminal echoes; "off" and "on" wait until it does not, or does; anything else is typed (printf escapes such as \n and \003 are the shell's).
 // Then the program's whole output is printed, with the notes in place, whether the terminal echoes
 // in the end, and the signal that ended the program if one did.
 #include <poll.h>
@@ -32,14 +32,19 @@ bool receive() {
   return count > 0;
 }
 
-void noteEcho() {
+bool echoes() {
   termios modes{};
   tcgetattr(terminal, &modes);
-  transcript += (modes.c_lflag & ECHO) != 0 ? "[echo on]" : "[echo off]";
+  return (modes.c_lflag & ECHO) != 0;
 }
+
+void noteEcho() { transcript += echoes() ? "[echo on]" : "[echo off]"; }
 
 void act(const std::string& action, std::size_t& seen) {
   if (action == "echo") {
+    noteEcho();
+  } else if (action == "on" || action == "off") {
+    for (int i = 0; i < 1000 && echoes() != (action == "on"); ++i) usleep(10000);
     noteEcho();
   } else if (action[0] == '?') {
     std::size_t found;

@@ -1,10 +1,13 @@
 // What is quicker to try function by function than through a whole run.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <vector>
 
 #include "harness/Bytes.h"
 #include "harness/CkrName.h"
+#include "harness/Pin.h"
 
 namespace {
 
@@ -61,6 +64,19 @@ TEST(Units, CkrNamesAreExactOn32Bits) {
   for (const std::uint32_t unknown :
        {0x4u, 0x1bu, 0x1b2u, 0x201u, 0x7fffffffu, 0x80000001u, 0xffffffffu}) {
     EXPECT_EQ(ckrName(unknown), "UNKNOWN") << unknown;
+  }
+}
+
+TEST(Units, EveryPinIsWipedAtTheEnd) {
+  std::vector<Pin> store{Pin("12345678"), Pin("1234567890123456789012345678901")};
+  store.resize(20);
+  Pin copy = store[1];
+  EXPECT_EQ(copy.length(), Pin::maxLength);
+  EXPECT_EQ(std::memcmp(store[0].data(), "12345678\0\0\0", 11), 0);
+  { const Pin released = copy; }
+  Pin::wipeAll();
+  for (Pin* pin : {&store[0], &store[1], &store[19], &copy}) {
+    EXPECT_EQ(std::count(pin->data(), pin->data() + Pin::maxLength + 1, 0), 32);
   }
 }
 

@@ -64,10 +64,12 @@ const std::string* overrideOf(const std::string& name, const std::string& suffix
   return found == overrides.end() ? nullptr : &found->second;
 }
 
-// With a "random" directive: true once in `sides` times.
-bool dice(unsigned sides) {
+// With a "random" directive: true now and then, with each seed more or less often.
+bool chance() {
   auto& random = token().config.random;
-  return random && (*random)() % sides == 0;
+  if (!random) return false;
+  static const unsigned long rarity = 4 + (*random)() % 100;
+  return (*random)() % rarity == 0;
 }
 
 constexpr CK_ULONG randomAnswers[] = {CKR_OK,       CKR_OK,         CKR_OK, CKR_GENERAL_ERROR,
@@ -147,7 +149,7 @@ Call::Call(const char* name, std::initializer_list<Argument> arguments,
   record(name_, arguments);
   if (const std::string* value = overrideOf(name_, "")) {
     answer(valueOf(*value));
-  } else if (dice(16)) {
+  } else if (chance()) {
     answer(pick(randomAnswers));
   } else if (!early && !::token().initialized) {
     answer(CKR_CRYPTOKI_NOT_INITIALIZED);
@@ -159,7 +161,7 @@ Call::~Call() {
   for (CK_ULONG* output : outputs_) {
     if (output == nullptr) continue;
     if (value != nullptr) *output = valueOf(*value);
-    if (dice(16)) *output = pick(randomCounts);
+    if (chance()) *output = pick(randomCounts);
   }
 }
 
@@ -193,7 +195,7 @@ Session* Call::session(CK_SESSION_HANDLE handle) {
 }
 
 void Call::scramble(void* record, std::size_t size) const {
-  if (!dice(8)) return;
-  for (std::size_t i = 0; i < size; ++i)
-    static_cast<CK_BYTE*>(record)[i] = static_cast<CK_BYTE>((*::token().config.random)());
+  if (!chance()) return;
+  const std::string noise = ::token().config.random->operator()() % 2 == 0 ? "\xff" : "%n\x1b[";
+  for (std::size_t i = 0; i < size; ++i) static_cast<char*>(record)[i] = noise[i % noise.size()];
 }
