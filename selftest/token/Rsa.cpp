@@ -37,7 +37,7 @@ const Mechanism* find(CK_MECHANISM_TYPE type) {
 }
 
 EVP_PKEY* privateKey(const Key& key) {
-  static std::map<std::string, EVP_PKEY*> cache;
+  static auto& cache = *new std::map<std::string, EVP_PKEY*>;  // until the very end
   EVP_PKEY*& loaded = cache[key.name];
   if (loaded == nullptr) {
     BIO* pem = BIO_new_mem_buf(privateKeyPem(key.name), -1);
