@@ -18,6 +18,7 @@ void useEveryCertificate(TestManager& manager) {
 constexpr std::array TestRegistry{
     TestEntry{"-a", useEveryCertificate, false},
     TestEntry{"all", run<&TestManager::runAll>},
+    TestEntry{"printInfo", run<&TestManager::printInfo>},
     TestEntry{"libInfo", run<&TestManager::libInfo>},
     TestEntry{"listSlots", run<&TestManager::listSlots>},
     TestEntry{"listTokens", run<&TestManager::listTokens>},
@@ -28,6 +29,7 @@ constexpr std::array TestRegistry{
     TestEntry{"decryptUpdate", run<&TestManager::decryptUpdate>},
     TestEntry{"signUpdate", run<&TestManager::signUpdate>},
     TestEntry{"negativeTests", run<&TestManager::negativeTests>},
+    TestEntry{"displayCertificates", run<&TestManager::displayCertificates>},
     TestEntry{"printOpensslVersion", run<&TestManager::printOpensslVersion>},
     TestEntry{"dontBlockTest", run<&TestManager::dontBlockTest>},
     TestEntry{"tokenInfoTest", run<&TestManager::tokenInfoTest>},
@@ -37,11 +39,12 @@ constexpr std::array TestRegistry{
 
 // What "all" runs, in this order: what needs neither the operator's hands nor a PIN to lose.
 constexpr void (*everyTest[])(TestManager&) = {
-    run<&TestManager::libInfo>,         run<&TestManager::listSlots>,
-    run<&TestManager::listTokens>,      run<&TestManager::login>,
-    run<&TestManager::signData>,        run<&TestManager::decryptData>,
-    run<&TestManager::findObjectsTest>, run<&TestManager::decryptUpdate>,
-    run<&TestManager::signUpdate>,      run<&TestManager::negativeTests>,
+    run<&TestManager::printInfo>,     run<&TestManager::libInfo>,
+    run<&TestManager::listSlots>,     run<&TestManager::listTokens>,
+    run<&TestManager::login>,         run<&TestManager::signData>,
+    run<&TestManager::decryptData>,   run<&TestManager::findObjectsTest>,
+    run<&TestManager::decryptUpdate>, run<&TestManager::signUpdate>,
+    run<&TestManager::negativeTests>, run<&TestManager::displayCertificates>,
 };
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "harness/Objects.h"
 
 #include <algorithm>
+#include <array>
 
 #include "harness/Report.h"
 
@@ -31,4 +32,14 @@ std::vector<CK_BYTE> fetchAttribute(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE 
   requireAttributes(session, object, attributes, wanted, room);
   bytes.resize(value.ulValueLen);
   return bytes;
+}
+
+std::vector<CK_BYTE> readCertificate(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE certificate,
+                                     CK_ULONG limit) {
+  std::array<CK_ATTRIBUTE, 3> attributes{{
+      {CKA_ID, nullptr, 0},
+      {CKA_VALUE, nullptr, 0},
+      {CKA_LABEL, nullptr, 0},
+  }};
+  return fetchAttribute(session, certificate, attributes, 1, limit);
 }

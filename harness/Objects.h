@@ -6,7 +6,7 @@
 #include <span>
 #include <vector>
 
-#include "harness/Pkcs11.h"
+#include "harness/Module.h"
 
 // The names under which the three calls of a search are reported.
 struct SearchNames {
@@ -31,3 +31,8 @@ void requireAttributes(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
 std::vector<CK_BYTE> fetchAttribute(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
                                     std::span<CK_ATTRIBUTE> attributes, std::size_t wanted,
                                     CK_ULONG limit);
+
+// The DER bytes of a certificate object, of at most `limit`. The calls ask for CKA_ID and CKA_LABEL
+// too, whose lengths nobody uses: reports and modules' traces of all releases show them.
+std::vector<CK_BYTE> readCertificate(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE certificate,
+                                     CK_ULONG limit = maxAnswerLength);

@@ -42,6 +42,9 @@ class TestManager {
   // Runs the twelve tests of "all" on this object, without a set-up of their own.
   void runAll();
 
+  // cards/PrintInfo.cpp: the module, the readers, their cards and tokens. Returns what its last
+  // PKCS#11 call did, unchecked.
+  CK_RV printInfo();
   // tests/Listings.cpp: what the module says of itself, its slots and its tokens.
   CK_RV libInfo();
   CK_RV listSlots();
@@ -56,6 +59,9 @@ class TestManager {
   CK_RV decryptUpdate();
   // tests/FindObjects.cpp: searches certificates and keys, shows the certificates' labels.
   CK_RV findObjectsTest();
+  // cards/Certificates.cpp: lists the certificates that every token shows without login, and
+  // initialises the module afresh.
+  CK_RV displayCertificates();
   // tests/OpensslVersion.cpp: the libcrypto in use. Leaves standard output in hexadecimal.
   void printOpensslVersion();
   // tests/NegativeTests.cpp: calls that must fail, each with one exact error. Returns the result of
@@ -155,4 +161,7 @@ class TestManager {
                     std::uint32_t slotPosition);
   CK_RV decryptMessage(const DecryptionWay& way, DecryptionMechanism mechanism,
                        CK_SESSION_HANDLE session, const CertKeyRecord& record, EVP_PKEY* publicKey);
+
+  // The walk of displayCertificates over the tokens and their certificates.
+  static CK_RV showTokenCertificates();
 };

@@ -3,7 +3,7 @@
 //
 //   === name
 //   args: -pw 12345678 login     what kestrel is given; or
-//   sh: COMMAND                  a shell command, with $KESTREL, $PTY and $SELFTEST (77 skips)
+//   sh: COMMAND                  a shell command, with $KESTREL, $PTY, $SELFTEST ... (77 skips)
 //   token: DIRECTIVE             of the software token (selftest/token/Config.h), any number
 //   status: 1                    of the command, 0 if not said
 //   --- out                      standard output, then likewise "--- err" (empty if not there) and
@@ -151,10 +151,16 @@ class Cases : public testing::TestWithParam<Case> {};
 TEST_P(Cases, Run) {
   const Case& one = GetParam();
   const Folder folder;
-  setenv("KESTREL", KESTREL, 1);
-  setenv("PTY", PTY, 1);
-  setenv("SELFTEST", SELFTEST, 1);
-  setenv("TOKEN", TOKEN, 1);
+  const std::pair<const char*, const char*> paths[] = {
+      {"KESTREL", KESTREL},
+      {"TOKEN", TOKEN},
+      {"READER", READER},
+      {"PTY", PTY},
+      {"QUERY", QUERY},
+      {"SELFTEST", SELFTEST},
+      // A machine's own PC/SC service has no say in a report.
+      {"PCSCLITE_CSOCK_NAME", "none"}};
+  for (const auto& [name, path] : paths) setenv(name, path, 1);
   setenv("KESTREL_TOKEN", (one.token + "log=.calls").c_str(), 1);
   std::ofstream(folder.path() / ".sh") << one.command;
   const std::string command =

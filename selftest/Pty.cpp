@@ -1,9 +1,10 @@
 // Runs a program on a pseudo terminal and deals with it as an operator would:
 //   pty ACTION... -- PROGRAM ARGUMENT...
 // Actions: "?TEXT" waits until TEXT has come out since the last action; "echo" notes whether the
-// terminal echoes; "off" and "on" wait until it does not, or does; anything else is typed (printf escapes such as \n and \003 are the shell's).
-// Then the program's whole output is printed, with the notes in place, whether the terminal echoes
-// in the end, and the signal that ended the program if one did.
+// terminal echoes; "off" and "on" wait until it does not, or does; anything else is typed (printf
+// escapes such as \n and \003 are the shell's). Then the program's whole output is printed, with
+// the notes in place, whether the terminal echoes in the end, and the signal that ended the program
+// if one did.
 #include <poll.h>
 #include <pty.h>
 #include <sys/wait.h>
@@ -38,7 +39,9 @@ bool echoes() {
   return (modes.c_lflag & ECHO) != 0;
 }
 
-void noteEcho() { transcript += echoes() ? "[echo on]" : "[echo off]"; }
+void noteEcho() {
+  transcript += echoes() ? "[echo on]" : "[echo off]";
+}
 
 void act(const std::string& action, std::size_t& seen) {
   if (action == "echo") {

@@ -59,16 +59,6 @@ std::vector<CK_BYTE> readId(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object) 
   return fetchAttribute(session, object, {&attribute, 1}, 0, maxAnswerLength);
 }
 
-std::string readCertificate(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object, CK_ULONG limit) {
-  std::array<CK_ATTRIBUTE, 3> attributes{{
-      {CKA_ID, nullptr, 0},
-      {CKA_VALUE, nullptr, 0},
-      {CKA_LABEL, nullptr, 0},
-  }};
-  const std::vector<CK_BYTE> value = fetchAttribute(session, object, attributes, 1, limit);
-  return {value.begin(), value.end()};
-}
-
 }  // namespace
 
 void TestManager::getAllCertsAndKeys(CK_SESSION_HANDLE session, std::uint32_t slotIndex) {
@@ -80,8 +70,9 @@ void TestManager::getAllCertsAndKeys(CK_SESSION_HANDLE session, std::uint32_t sl
     std::vector<CK_BYTE> id = readId(session, record.privateKeyHandle);
     record.publicKeyHandle = findById(session, id, CKO_PUBLIC_KEY, objectCount);
     record.certificateHandle = findById(session, id, CKO_CERTIFICATE, objectCount);
-    record.certificateValue =
+    const std::vector<CK_BYTE> value =
         readCertificate(session, record.certificateHandle, std::min(room, maxAnswerLength));
+    record.certificateValue.assign(value.begin(), value.end());
     room -= record.certificateValue.size();
   }
 }
