@@ -21,7 +21,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <regex>
 #include <sstream>
 
 namespace {
@@ -68,12 +67,17 @@ std::string visible(const std::string& text) {
   return text.empty() || text.back() == '\n' ? shown : shown + "\\c";
 }
 
+// "[..]" is any part of the line: the parts between must follow each other, the ends must be ends.
 bool lineMatches(const std::string& expected, const std::string& actual) {
-  if (expected.find("[..]") == std::string::npos) return expected == actual;
-  std::string pattern =
-      std::regex_replace(expected, std::regex(R"([.*+?^${}()|\[\]\\])"), R"(\$&)");
-  pattern = std::regex_replace(pattern, std::regex(R"(\\\[\\\.\\\.\\\])"), ".*");
-  return std::regex_match(actual, std::regex(pattern));
+  std::size_t from = 0, at = 0;
+  for (std::size_t gap; (gap = expected.find("[..]", from)) != std::string::npos; from = gap + 4) {
+    const std::string part = expected.substr(from, gap - from);
+    const std::size_t found = actual.find(part, at);
+    if (found == std::string::npos || (from == 0 && found != 0)) return false;
+    at = found + part.size();
+  }
+  if (from == 0) return expected == actual;
+  return actual.substr(at).ends_with(expected.substr(from));
 }
 
 using Line = std::vector<std::string>::const_iterator;

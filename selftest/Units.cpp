@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "harness/Bytes.h"
-#include "harness/CkrName.h"
 #include "harness/Pin.h"
 
 namespace {
@@ -55,16 +54,6 @@ TEST(Units, BytesToHexNeverPassesItsOutput) {
   char out[9];
   EXPECT_EQ(bytesToHex(nullptr, 0, out, sizeof out, 0), hexTextInvalid);
   EXPECT_EQ(bytesToHex(bytes, 3, nullptr, 9, 0), hexTextInvalid);
-}
-
-TEST(Units, CkrNamesAreExactOn32Bits) {
-  EXPECT_EQ(ckrName(0x0), "CKR_OK");
-  EXPECT_EQ(ckrName(0x200), "CKR_FUNCTION_REJECTED");
-  EXPECT_EQ(ckrName(0x80000000), "CKR_VENDOR_DEFINED");
-  for (const std::uint32_t unknown :
-       {0x4u, 0x1bu, 0x1b2u, 0x201u, 0x7fffffffu, 0x80000001u, 0xffffffffu}) {
-    EXPECT_EQ(ckrName(unknown), "UNKNOWN") << unknown;
-  }
 }
 
 TEST(Units, EveryPinIsWipedAtTheEnd) {

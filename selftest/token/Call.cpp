@@ -58,7 +58,7 @@ CK_ULONG valueOf(const std::string& value) {
 }
 
 const std::string* overrideOf(const std::string& name, const std::string& suffix) {
-  const auto& overrides = token().config.overrides;
+  const auto& overrides = token().config.settings.values;
   auto found = overrides.find(name + "#" + std::to_string(token().calls[name]) + suffix);
   if (found == overrides.end()) found = overrides.find(name + suffix);
   return found == overrides.end() ? nullptr : &found->second;
@@ -96,8 +96,9 @@ CK_ULONG pick(const CK_ULONG (&values)[count]) {
 }
 
 void record(const std::string& name, std::initializer_list<Argument> arguments) {
-  if (token().config.log.empty()) return;
-  std::ofstream log(token().config.log, std::ios::app);
+  const std::string file = token().config.settings.text("log", "");
+  if (file.empty()) return;
+  std::ofstream log(file, std::ios::app);
   log << name;
   for (const Argument& argument : arguments) log << ' ' << argument.text;
   log << '\n';
@@ -181,7 +182,7 @@ Slot* Call::slot(CK_SLOT_ID id) {
 
 Slot* Call::token(CK_SLOT_ID id) {
   Slot* const found = slot(id);
-  if (found == nullptr || found->present) return found;
+  if (found == nullptr || !found->settings.has("empty")) return found;
   answer(CKR_TOKEN_NOT_PRESENT);
   return nullptr;
 }

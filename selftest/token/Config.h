@@ -40,6 +40,16 @@
 
 #include "harness/Pkcs11.h"
 
+// Directives by name, as they were given.
+struct Settings {
+  std::map<std::string, std::string> values;
+
+  bool has(const std::string& name) const { return values.contains(name); }
+  std::string text(const std::string& name, const std::string& fallback) const;  // unescaped
+  CK_ULONG number(const std::string& name, CK_ULONG fallback) const;
+  std::vector<CK_ULONG> numbers(const std::string& name, const std::string& fallback) const;
+};
+
 struct Key {
   std::string name;
   bool wantsContext = false, refusesAlways = false;
@@ -48,44 +58,28 @@ struct Key {
 struct Object {
   CK_OBJECT_CLASS type;
   std::string id, label, value;
-  Key key;
+  Key key = {};
 };
 
 struct Slot {
   CK_SLOT_ID id = 1;
-  bool present = true, maySetPin = false, spoil = false, pad = false, hold = false;
-  CK_FLAGS flags = CKF_REMOVABLE_DEVICE | CKF_HW_SLOT;
-  std::string description = "kestrel software reader", manufacturer = "kestrel";
-  std::string label = "kestrel token", maker = "kestrel", model = "software";
+  Settings settings = {};
+  std::vector<Object> objects = {};
   std::string pin = "12345678";
   int tries = 3;
   bool loggedIn = false, contextLoggedIn = false;
-  std::vector<CK_MECHANISM_TYPE> mechanisms{1, 6, 0x40, 0x41, 0x42, 9, 0xd, 0xe, 0x43, 0x44, 0x45};
-  std::vector<Object> objects;
-  CK_OBJECT_HANDLE firstHandle = 10;
-  bool defaultObjects = true;
-};
-
-struct Event {
-  CK_SLOT_ID slot;
-  std::chrono::milliseconds delay;
 };
 
 struct Config {
-  std::string log, library = "kestrel software token", eventFile, nullEntry;
-  CK_VERSION version{1, 5};
-  bool noList = false;
-  std::vector<Slot> slots;
-  std::vector<Event> events;
-  std::map<std::string, std::string> overrides;  // "C_X", "C_X#N", "C_X.out", "C_X#N.out"
-  std::optional<std::mt19937> random;
+  Settings settings = {};
+  std::vector<Slot> slots = {};
+  std::vector<std::pair<CK_SLOT_ID, std::chrono::milliseconds>> events = {};
+  std::optional<std::mt19937> random = {};
 };
 
 // Reads KESTREL_TOKEN. An unknown directive ends the process with a message: a test that misspells
 // one must not pass.
 Config readConfig();
 
-// DER of a certificate by name (see "certificate=" above).
-std::string certificateValue(const std::string& name);
 // PEM of a private key by name.
 const char* privateKeyPem(const std::string& name);

@@ -11,6 +11,8 @@
 
 namespace {
 
+// What a token lists by default: every signature mechanism but the raw one, and OAEP.
+constexpr char allMechanisms[] = "1,6,0x40,0x41,0x42,9,0xd,0xe,0x43,0x44,0x45";
 constexpr CK_ULONG maxPart = 512;  // bytes of a part that CKM_RSA_PKCS takes
 
 template <std::size_t width>
@@ -33,6 +35,14 @@ CK_RV deliver(const Item* items, CK_ULONG count, Item* out, CK_ULONG* capacity) 
   if (room < count) return CKR_BUFFER_TOO_SMALL;
   std::copy_n(items, count, out);
   return CKR_OK;
+}
+
+bool hasToken(const Slot& slot) {
+  return !slot.settings.has("empty");
+}
+
+CK_OBJECT_HANDLE firstHandle(const Slot& slot) {
+  return slot.settings.number("handles", 10);
 }
 
 void closeSessions(Slot& slot, CK_SESSION_HANDLE only = 0) {
@@ -89,7 +99,7 @@ bool matches(const Object& object, const CK_ATTRIBUTE& wanted) {
 }
 
 const Object* findObject(const Session& session, CK_OBJECT_HANDLE handle) {
-  const CK_ULONG index = handle - session.slot->firstHandle;
+  const CK_ULONG index = handle - firstHandle(*session.slot);
   if (index >= session.slot->objects.size()) return nullptr;
   const Object& object = session.slot->objects[index];
   return object.type == CKO_PRIVATE_KEY && !session.slot->loggedIn ? nullptr : &object;
@@ -152,17 +162,33 @@ CK_RV append(Session::Operation& operation, const CK_BYTE* part, CK_ULONG length
   return CKR_OK;
 }
 
+// C_Decrypt and C_DecryptUpdate: all the data comes at once, and an update goes on to the final
+// call.
+CK_RV decrypt(const char* name, CK_SESSION_HANDLE handle, CK_BYTE* data, CK_ULONG length,
+              CK_BYTE* out, CK_ULONG* outLength) {
+  Call call(name, {handle, {data, length}, at(out), outLength}, {outLength});
+  Session* s = call.session(handle);
+  if (s == nullptr) return call.result;
+  const bool update = std::string_view(name) == "C_DecryptUpdate" && out != nullptr;
+  s->decrypt.data.assign(data, data + length);
+  if (update && s->slot->settings.has("hold")) return CKR_OK;
+  const CK_RV result = finish(*s, s->decrypt, out, outLength, plaintext);
+  if (update && result == CKR_OK) s->decrypt.active = true;
+  return result;
+}
+
 // Whether an event is due now; then it is taken.
 std::optional<CK_SLOT_ID> takeEvent() {
   static auto last = std::chrono::steady_clock::now();
   const std::lock_guard lock(token().mutex);
   Config& config = token().config;
-  if (!config.eventFile.empty() && std::remove(config.eventFile.c_str()) == 0) return 1;
-  if (config.events.empty() || std::chrono::steady_clock::now() < last + config.events[0].delay) {
+  const std::string file = config.settings.text("eventfile", "");
+  if (!file.empty() && std::remove(file.c_str()) == 0) return 1;
+  if (config.events.empty() || std::chrono::steady_clock::now() < last + config.events[0].second) {
     return std::nullopt;
   }
   last = std::chrono::steady_clock::now();
-  const CK_SLOT_ID slot = config.events[0].slot;
+  const CK_SLOT_ID slot = config.events[0].first;
   config.events.erase(config.events.begin());
   return slot;
 }
@@ -191,9 +217,12 @@ CK_RV C_GetInfo(CK_INFO* info) {
   Call call("C_GetInfo", {info});
   if (call.answered()) return call.result;
   if (info == nullptr) return CKR_ARGUMENTS_BAD;
-  *info = {{2, 40}, {}, 0, {}, token().config.version};
+  const Settings& settings = token().config.settings;
+  const std::string version = settings.text("version", "1.5");
+  const auto part = [](const std::string& text) { return static_cast<CK_BYTE>(std::stoul(text)); };
+  *info = {{2, 40}, {}, 0, {}, {part(version), part(version.substr(version.find('.') + 1))}};
   pad(info->manufacturerID, "kestrel");
-  pad(info->libraryDescription, token().config.library);
+  pad(info->libraryDescription, settings.text("library", "kestrel software token"));
   call.scramble(info, sizeof *info);
   return CKR_OK;
 }
@@ -203,7 +232,7 @@ CK_RV C_GetSlotList(CK_BBOOL present, CK_SLOT_ID* list, CK_ULONG* count) {
   if (call.answered()) return call.result;
   std::vector<CK_SLOT_ID> ids;
   for (const Slot& slot : token().config.slots) {
-    if (slot.present || present == CK_FALSE) ids.push_back(slot.id);
+    if (hasToken(slot) || present == CK_FALSE) ids.push_back(slot.id);
   }
   return deliver(ids.data(), ids.size(), list, count);
 }
@@ -213,9 +242,10 @@ CK_RV C_GetSlotInfo(CK_SLOT_ID id, CK_SLOT_INFO* info) {
   if (info == nullptr && !call.answered()) return CKR_ARGUMENTS_BAD;
   const Slot* slot = call.slot(id);
   if (slot == nullptr) return call.result;
-  pad(info->slotDescription, slot->description);
-  pad(info->manufacturerID, slot->manufacturer);
-  info->flags = slot->flags | (slot->present ? CKF_TOKEN_PRESENT : 0);
+  pad(info->slotDescription, slot->settings.text("description", "kestrel software reader"));
+  pad(info->manufacturerID, slot->settings.text("manufacturer", "kestrel"));
+  info->flags = slot->settings.number("flags", CKF_REMOVABLE_DEVICE | CKF_HW_SLOT) |
+                (hasToken(*slot) ? CKF_TOKEN_PRESENT : 0);
   info->hardwareVersion = info->firmwareVersion = {1, 0};
   call.scramble(info, sizeof *info);
   return CKR_OK;
@@ -227,9 +257,9 @@ CK_RV C_GetTokenInfo(CK_SLOT_ID id, CK_TOKEN_INFO* info) {
   if (slot == nullptr) return call.result;
   if (info == nullptr) return CKR_ARGUMENTS_BAD;
   *info = {};
-  pad(info->label, slot->label);
-  pad(info->manufacturerID, slot->maker);
-  pad(info->model, slot->model);
+  pad(info->label, slot->settings.text("label", "kestrel token"));
+  pad(info->manufacturerID, slot->settings.text("maker", "kestrel"));
+  pad(info->model, slot->settings.text("model", "software"));
   info->flags = CKF_RNG | CKF_LOGIN_REQUIRED | CKF_USER_PIN_INITIALIZED | CKF_TOKEN_INITIALIZED |
                 pinFlags(*slot);
   call.scramble(info, sizeof *info);
@@ -240,7 +270,8 @@ CK_RV C_GetMechanismList(CK_SLOT_ID id, CK_MECHANISM_TYPE* list, CK_ULONG* count
   Call call("C_GetMechanismList", {id, at(list), count}, {count});
   const Slot* slot = call.token(id);
   if (slot == nullptr) return call.result;
-  return deliver(slot->mechanisms.data(), slot->mechanisms.size(), list, count);
+  const auto types = slot->settings.numbers("mechanisms", allMechanisms);
+  return deliver(types.data(), types.size(), list, count);
 }
 
 CK_RV C_GetMechanismInfo(CK_SLOT_ID id, CK_MECHANISM_TYPE type, CK_MECHANISM_INFO* info) {
@@ -257,7 +288,7 @@ CK_RV C_SetPIN(CK_SESSION_HANDLE handle, CK_UTF8CHAR* oldPin, CK_ULONG oldLength
   const Session* session = call.session(handle);
   if (session == nullptr) return call.result;
   if (newPin == nullptr) return CKR_ARGUMENTS_BAD;
-  if (!session->readWrite && !session->slot->maySetPin) return CKR_SESSION_READ_ONLY;
+  if (!session->readWrite && !session->slot->settings.has("setpin")) return CKR_SESSION_READ_ONLY;
   const CK_RV result = checkPin(*session->slot, oldPin, oldLength);
   if (result == CKR_OK) session->slot->pin.assign(newPin, newPin + newLength);
   return result;
@@ -346,10 +377,10 @@ CK_RV C_FindObjectsInit(CK_SESSION_HANDLE handle, CK_ATTRIBUTE* wanted, CK_ULONG
   if (std::exchange(session->searching, true)) return CKR_OPERATION_ACTIVE;
   session->found.clear();
   for (CK_ULONG i = 0; i < session->slot->objects.size(); ++i) {
-    const Object* object = findObject(*session, session->slot->firstHandle + i);
+    const Object* object = findObject(*session, firstHandle(*session->slot) + i);
     const auto fits = [&](const CK_ATTRIBUTE& attribute) { return matches(*object, attribute); };
     if (object != nullptr && std::all_of(wanted, wanted + count, fits)) {
-      session->found.push_back(session->slot->firstHandle + i);
+      session->found.push_back(firstHandle(*session->slot) + i);
     }
   }
   return CKR_OK;
@@ -383,30 +414,19 @@ CK_RV C_DecryptInit(CK_SESSION_HANDLE handle, CK_MECHANISM* mechanism, CK_OBJECT
 
 CK_RV C_Decrypt(CK_SESSION_HANDLE handle, CK_BYTE* data, CK_ULONG length, CK_BYTE* out,
                 CK_ULONG* outLength) {
-  Call call("C_Decrypt", {handle, {data, length}, at(out), outLength}, {outLength});
-  Session* s = call.session(handle);
-  if (s == nullptr) return call.result;
-  s->decrypt.data.assign(data, data + length);
-  return finish(*s, s->decrypt, out, outLength, plaintext);
+  return decrypt("C_Decrypt", handle, data, length, out, outLength);
 }
 
 CK_RV C_DecryptUpdate(CK_SESSION_HANDLE handle, CK_BYTE* part, CK_ULONG length, CK_BYTE* out,
                       CK_ULONG* outLength) {
-  Call call("C_DecryptUpdate", {handle, {part, length}, at(out), outLength}, {outLength});
-  Session* s = call.session(handle);
-  if (s == nullptr) return call.result;
-  s->decrypt.data.assign(part, part + length);
-  if (out != nullptr && s->slot->hold) return CKR_OK;
-  const CK_RV result = finish(*s, s->decrypt, out, outLength, plaintext);
-  if (result == CKR_OK && out != nullptr) s->decrypt.active = true;
-  return result;
+  return decrypt("C_DecryptUpdate", handle, part, length, out, outLength);
 }
 
 CK_RV C_DecryptFinal(CK_SESSION_HANDLE handle, CK_BYTE* out, CK_ULONG* outLength) {
   Call call("C_DecryptFinal", {handle, at(out), outLength}, {outLength});
   Session* s = call.session(handle);
   if (s == nullptr) return call.result;
-  if (s->slot->hold) return finish(*s, s->decrypt, out, outLength, plaintext);
+  if (s->slot->settings.has("hold")) return finish(*s, s->decrypt, out, outLength, plaintext);
   *outLength = 0;
   return std::exchange(s->decrypt.active, false) ? CKR_OK : CKR_OPERATION_NOT_INITIALIZED;
 }
@@ -493,9 +513,10 @@ __attribute__((visibility("default"))) CK_RV C_GetFunctionList(CK_FUNCTION_LIST*
        offset += sizeof stub) {
     std::memcpy(reinterpret_cast<char*>(&functions) + offset, &stub, sizeof stub);
   }
-#define FILL(entry) functions.entry = token().config.nullEntry == #entry ? nullptr : (entry);
+  const std::string missing = token().config.settings.text("null", "");
+#define FILL(entry) functions.entry = missing == #entry ? nullptr : (entry);
   ENTRIES(FILL)
 #undef FILL
-  *list = token().config.noList ? nullptr : &functions;
+  *list = token().config.settings.has("nolist") ? nullptr : &functions;
   return CKR_OK;
 }

@@ -111,12 +111,13 @@ std::string signatureOf(const Session& session, CK_RV& result) {
   std::string data =
       mechanism.hashes ? digestOf(mechanism.digest(), operation.data) : operation.data;
   if (mechanism.type == CKM_RSA_X_509) {
-    if (session.slot->pad) mechanism.padding = RSA_PKCS1_PADDING;
-    if (!session.slot->pad) data.insert(0, keySize(operation.key->key) - data.size(), '\0');
+    if (session.slot->settings.has("pad")) mechanism.padding = RSA_PKCS1_PADDING;
+    if (!session.slot->settings.has("pad"))
+      data.insert(0, keySize(operation.key->key) - data.size(), '\0');
   }
   std::string signature =
       transform(operation, mechanism, data, EVP_PKEY_sign_init, EVP_PKEY_sign, result);
-  if (session.slot->spoil && !signature.empty()) signature.back() ^= 1;
+  if (session.slot->settings.has("spoil") && !signature.empty()) signature.back() ^= 1;
   return signature;
 }
 
