@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "harness/CertKeyRecord.h"
@@ -115,6 +116,9 @@ class TestManager {
   std::vector<Pin> PinStore;           // by slot position
   CK_ULONG maxDescriptionLength = 32;  // bytes of the library description that libInfo prints
   std::map<std::uint32_t, std::vector<CertKeyRecord>> certKeyMap;  // by slot position
+  // The public key of the certificate that was decoded last: a test checks many signatures with it.
+  std::string decodedCertificate;
+  KeyOwner decodedKey;
 
   // Finalises and unloads the module, once, however often setup() ran. Returns what C_Finalize did.
   CK_RV teardown();

@@ -52,16 +52,24 @@ void announce(const SignatureMechanism& row) {
   }
 }
 
-}  // namespace
-
-KeyOwner TestManager::getPublicKey(CK_SESSION_HANDLE /*session*/, const CertKeyRecord& record) {
+KeyOwner decodePublicKey(const std::string& der) {
   const OpensslErrorScope errors;
-  const std::string& der = record.certificateValue;
   const BioOwner bio(BIO_new_mem_buf(der.data(), static_cast<int>(der.size())));
   if (bio == nullptr) return nullptr;
   const CertificateOwner certificate(d2i_X509_bio(bio.get(), nullptr));
   if (certificate == nullptr) return nullptr;
   return KeyOwner(X509_get_pubkey(certificate.get()));
+}
+
+}  // namespace
+
+KeyOwner TestManager::getPublicKey(CK_SESSION_HANDLE /*session*/, const CertKeyRecord& record) {
+  if (decodedKey == nullptr || decodedCertificate != record.certificateValue) {
+    decodedKey = decodePublicKey(record.certificateValue);
+    decodedCertificate = record.certificateValue;
+  }
+  if (decodedKey != nullptr) EVP_PKEY_up_ref(decodedKey.get());
+  return KeyOwner(decodedKey.get());
 }
 
 CK_RV TestManager::verifySig(CK_SESSION_HANDLE session, CK_MECHANISM_TYPE mechanism,

@@ -1,0 +1,6 @@
+# What is shipped beside the program: packages, manual page, completion.
+add_test(NAME ship
+  COMMAND sh ${CMAKE_CURRENT_LIST_DIR}/ship.sh ${CMAKE_COMMAND} ${CMAKE_CPACK_COMMAND}
+  ${PROJECT_BINARY_DIR} $<TARGET_FILE:softtoken>)
+add_test(NAME names
+  COMMAND sh ${CMAKE_CURRENT_LIST_DIR}/names.sh ${PROJECT_SOURCE_DIR} $<TARGET_FILE:kestrel>)

@@ -1,0 +1,41 @@
+#!/bin/sh
+# What users install works away from the build: `cmake --install`, and the Debian package where
+# there is what makes one. Both run with the software token as their module.
+# Usage: ship.sh CMAKE CPACK BUILD-FOLDER TOKEN
+set -eu
+cmake=$1
+cpack=$2
+build=$3
+token=$4
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+ln -s "$token" libnorvalepk11.so
+
+fail() { echo "$*" >&2; exit 1; }
+
+# try PREFIX VERSION: the content of PREFIX is whole, and its program runs.
+try() {
+  "$1/bin/kestrel" -pw 12345678 login > report || fail "login failed: $(cat report)"
+  grep -qx "kestrel version: $2 " report || fail "no banner of version $2"
+  [ "$(tail -n 1 report)" = 'C_Finalize() passed' ] || fail "unfinished report: $(cat report)"
+  gzip -dc "$1/share/man/man1/kestrel.1.gz" | grep -qx '\.Dt KESTREL 1' || fail "no manual page"
+  bash -c '. "$1"; complete -p kestrel' - "$1/share/bash-completion/completions/kestrel" > /dev/null ||
+    fail "no completion"
+  gzip -dc "$1/share/doc/kestrel/changelog.gz" | head -n 1 | grep -q "($2)" || fail "no changelog"
+  grep -q '^License: ' "$1/share/doc/kestrel/copyright" || fail "no copyright"
+}
+
+version=$(sed -n 's/^CMAKE_PROJECT_VERSION:.*=//p' "$build/CMakeCache.txt")
+"$cmake" --install "$build" --prefix "$work/installed" > /dev/null
+try "$work/installed" "$version"
+
+for tool in dpkg-deb dpkg-shlibdeps; do
+  command -v $tool > /dev/null || { echo "no $tool: package not tried"; exit 0; }
+done
+"$cpack" --config "$build/CPackConfig.cmake" -G DEB -B "$work" > packing || fail "$(cat packing)"
+set -- kestrel_*.deb
+dpkg-deb -x "$1" unpacked
+try "$work/unpacked/usr" "$(dpkg-deb -f "$1" Version)"
+dpkg-deb -f "$1" Depends | grep -q libssl3 || fail "libraries not found: $(dpkg-deb -f "$1" Depends)"
+if command -v lintian > /dev/null; then lintian --allow-root --fail-on error,warning "$1"; fi
