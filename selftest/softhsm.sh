@@ -34,7 +34,7 @@ only_own_token() {
   [ -n "$client" ] || { echo "p11-kit-modules is not installed" >&2; exit 77; }
   p11-kit server --foreground --name "$PWD/socket" --provider "$library" 'pkcs11:token=own' \
     > server 2>&1 &
-  trap "kill $!" EXIT
+  trap "kill $!; wait $!" EXIT  # not before its socket is gone: the folder is removed next
   trap 'exit 1' HUP INT TERM
   for attempt in $(seq 100); do [ -S socket ] && break || sleep 0.05; done
   export P11_KIT_SERVER_ADDRESS="unix:path=$PWD/socket"

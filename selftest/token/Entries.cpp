@@ -478,7 +478,7 @@ CK_RV C_CancelFunction(CK_SESSION_HANDLE handle) {
 // Waits outside the lock: other threads go on calling.
 CK_RV C_WaitForSlotEvent(CK_FLAGS flags, CK_SLOT_ID* slot, void* reserved) {
   {
-    Call call("C_WaitForSlotEvent", {flags, at(slot), reserved});
+    Call call("C_WaitForSlotEvent", {flags, slot, reserved});  // slot: what it held before
     if (call.answered()) return call.result;
   }
   for (;;) {
