@@ -141,7 +141,10 @@ class Folder {
     path_ = mkdtemp(path.data());
     fs::create_symlink(TOKEN, path_ / "libnorvalepk11.so");
   }
-  ~Folder() { fs::remove_all(path_); }
+  ~Folder() {
+    std::error_code ignored;  // somebody may still be removing files of his own
+    fs::remove_all(path_, ignored);
+  }
   Folder(const Folder&) = delete;
   Folder& operator=(const Folder&) = delete;
   const fs::path& path() const { return path_; }
