@@ -25,7 +25,8 @@ Pin::Pin(const Pin& other) : Pin() {
 }
 
 Pin& Pin::operator=(const Pin& other) {
-  bytes_ = other.bytes_;
+  if (this == &other) return *this;
+  bytes_ = other.bytes_;  // each PIN keeps its own place in the list
   length_ = other.length_;
   return *this;
 }

@@ -161,7 +161,7 @@ Call::~Call() {
   const std::string* value = overrideOf(name_, ".out");
   for (CK_ULONG* output : outputs_) {
     if (output == nullptr) continue;
-    if (value != nullptr) *output = valueOf(*value);
+    if (value != nullptr) *output = std::strtoul(value->c_str(), nullptr, 0);
     if (chance()) *output = pick(randomCounts);
   }
 }

@@ -239,7 +239,8 @@ CK_RV C_GetSlotList(CK_BBOOL present, CK_SLOT_ID* list, CK_ULONG* count) {
 
 CK_RV C_GetSlotInfo(CK_SLOT_ID id, CK_SLOT_INFO* info) {
   Call call("C_GetSlotInfo", {id, info});
-  if (info == nullptr && !call.answered()) return CKR_ARGUMENTS_BAD;
+  if (call.answered()) return call.result;
+  if (info == nullptr) return CKR_ARGUMENTS_BAD;
   const Slot* slot = call.slot(id);
   if (slot == nullptr) return call.result;
   pad(info->slotDescription, slot->settings.text("description", "kestrel software reader"));
