@@ -23,7 +23,8 @@ struct NegativeCase;  // a row of tests/NegativeTests.cpp
 
 // Every test is a member operation without arguments. A PKCS#11 result that a test does not expect
 // prints its failure line and ends the process with status 1; unless said otherwise a test that
-// returns has passed and returns CKR_OK. Not thread-safe; one instance lives in main().
+// returns has passed and returns CKR_OK. Not thread-safe; one instance lives as long as the command
+// line runs.
 class TestManager {
  public:
   TestManager();

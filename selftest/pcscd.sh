@@ -36,6 +36,8 @@ start_pcscd() {
   pcscd=$!
   trap stop_pcscd EXIT
   while [ ! -S pcsc/socket ] && kill -0 "$pcscd" 2> /dev/null; do sleep 0.02; done
+  sleep 0.1
+  kill -0 "$pcscd" 2> /dev/null || { echo "pcscd does not run here: $(cat pcsc/log)" >&2; exit 77; }
 }
 
 stop_pcscd() {

@@ -64,14 +64,6 @@ const std::string* overrideOf(const std::string& name, const std::string& suffix
   return found == overrides.end() ? nullptr : &found->second;
 }
 
-// With a "random" directive: true now and then, with each seed more or less often.
-bool chance() {
-  auto& random = token().config.random;
-  if (!random) return false;
-  static const unsigned long rarity = 4 + (*random)() % 100;
-  return (*random)() % rarity == 0;
-}
-
 constexpr CK_ULONG randomAnswers[] = {CKR_OK,       CKR_OK,         CKR_OK, CKR_GENERAL_ERROR,
                                       CKR_NO_EVENT, CKR_PIN_LOCKED, 0x101,  0x80000001,
                                       0x100000000};
@@ -105,6 +97,13 @@ void record(const std::string& name, std::initializer_list<Argument> arguments) 
 }
 
 }  // namespace
+
+bool chance() {
+  auto& random = token().config.random;
+  if (!random) return false;
+  static const unsigned long rarity = 4 + (*random)() % 100;
+  return (*random)() % rarity == 0;
+}
 
 Argument::Argument(CK_ULONG number) : text(show(number)) {}
 Argument::Argument(const void* pointer) : text(pointer == nullptr ? "null" : "&") {}

@@ -42,6 +42,9 @@ struct Token {
 
 Token& token();
 
+// With a "random" directive: true now and then, with each seed more or less often.
+bool chance();
+
 // One call of an entry, under the module's lock: records it, and answers it from outside if the
 // overrides say so. At its end it alters the counts and lengths that go out, if they say so.
 class Call {

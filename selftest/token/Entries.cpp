@@ -515,7 +515,8 @@ __attribute__((visibility("default"))) CK_RV C_GetFunctionList(CK_FUNCTION_LIST*
     std::memcpy(reinterpret_cast<char*>(&functions) + offset, &stub, sizeof stub);
   }
   const std::string missing = token().config.settings.text("null", "");
-#define FILL(entry) functions.entry = missing == #entry ? nullptr : (entry);
+#define FILL(entry) \
+  functions.entry = missing == #entry || (chance() && chance()) ? nullptr : (entry);
   ENTRIES(FILL)
 #undef FILL
   *list = token().config.settings.has("nolist") ? nullptr : &functions;
