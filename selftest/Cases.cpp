@@ -134,55 +134,32 @@ std::vector<Case> readCases() {
   return cases;
 }
 
-class Folder {
- public:
-  Folder() {
-    std::string path = fs::temp_directory_path() / "kestrel-XXXXXX";
-    path_ = mkdtemp(path.data());
-    fs::create_symlink(TOKEN, path_ / "libnorvalepk11.so");
-  }
-  ~Folder() {
-    std::error_code ignored;  // somebody may still be removing files of his own
-    fs::remove_all(path_, ignored);
-  }
-  Folder(const Folder&) = delete;
-  Folder& operator=(const Folder&) = delete;
-  const fs::path& path() const { return path_; }
-
- private:
-  fs::path path_;
-};
-
 class Cases : public testing::TestWithParam<Case> {};
 
 TEST_P(Cases, Run) {
   const Case& one = GetParam();
-  const Folder folder;
-  const std::pair<const char*, const char*> paths[] = {
-      {"KESTREL", KESTREL},
-      {"TOKEN", TOKEN},
-      {"READER", READER},
-      {"PTY", PTY},
-      {"QUERY", QUERY},
-      {"SELFTEST", SELFTEST},
-      // A machine's own PC/SC service has no say in a report.
-      {"PCSCLITE_CSOCK_NAME", "none"}};
-  for (const auto& [name, path] : paths) setenv(name, path, 1);
+  std::string folder = fs::temp_directory_path() / "kestrel-XXXXXX";
+  ASSERT_NE(mkdtemp(folder.data()), nullptr);
+  std::ofstream(folder + "/.sh") << one.command;
   setenv("KESTREL_TOKEN", (one.token + "log=.calls").c_str(), 1);
-  std::ofstream(folder.path() / ".sh") << one.command;
-  const std::string command =
-      "cd " + folder.path().string() + " && timeout -k 5 60 sh ./.sh > .out 2> .err < /dev/null";
-  const int result = std::system(command.c_str());
+  const std::string run = "cd " + folder +
+                          " && . " ENVIRONMENT
+                          " && timeout -k 5 60 sh ./.sh > .out 2> .err < /dev/null";
+  const int result = std::system(run.c_str());
+  std::map<std::string, std::string> shown;
+  for (const char* name : {"out", "err", "calls"})
+    shown[name] = visible(content(folder + "/." + name));
+  std::error_code ignored;  // somebody may still be removing files of his own
+  fs::remove_all(folder, ignored);
+
   const int status = WIFEXITED(result) ? WEXITSTATUS(result) : 1000 + WTERMSIG(result);
-  const std::string error = content(folder.path() / ".err");
-  if (status == 77) GTEST_SKIP() << error;
+  if (status == 77) GTEST_SKIP() << shown["err"];
   EXPECT_EQ(std::to_string(status), one.status);
   for (const auto& [name, expected] : one.texts) {
-    const std::string shown = visible(content(folder.path() / ("." + name)));
-    const std::vector<std::string> actual = lines(shown);
+    const std::vector<std::string> actual = lines(shown[name]);
     EXPECT_TRUE(textMatches(expected.begin(), expected.end(), actual.begin(), actual.end()))
         << one.name << ": this is not the '" << name << "' of the case:\n"
-        << shown;
+        << shown[name];
   }
 }
 

@@ -24,7 +24,6 @@ TEST(Units, HexDumpAlignsTheTextColumn) {
             "00000000: 54 68 69 73 20 69 73 20 61 20 74 65 73 74 20 73   This is a test s\n"
             "00000010: 74 " +
                 std::string(45, ' ') + "  t\n\n");
-  EXPECT_EQ(dump(text + 29, 3), "00000000: 7f ff 00 " + std::string(39, ' ') + "  ...\n\n");
   EXPECT_EQ(dump(text, 0), "HexDump ? bufferLen = 0 or NULL buffer passed\n");
   EXPECT_EQ(dump(nullptr, 18), "HexDump ? bufferLen = 18 or NULL buffer passed\n");
 }
@@ -33,23 +32,19 @@ TEST(Units, BytesToHexNeverPassesItsOutput) {
   const std::uint8_t bytes[] = {0x3b, 0x9f, 0x95};
   const struct {
     std::uint64_t count, size;
-    char separator;
-    std::uint32_t status;
+    std::uint32_t separator, status;
     const char* text;
   } rows[] = {
-      {3, 9, ',', hexTextOk, "3b,9f,95"}, {3, 8, ',', hexTextTooLong, "?"},
-      {3, 7, 0, hexTextOk, "3b9f95"},     {3, 6, 0, hexTextTooLong, "?"},
-      {0, 0, ',', hexTextTooLong, "?"},   {0, 1, ',', hexTextOk, ""},
-      {0, 1, 0, hexTextOk, ""},           {0, 0, 0, hexTextTooLong, "?"},
-      {~0ull, 9, 0, hexTextTooLong, "?"}, {~0ull / 3, 9, ',', hexTextTooLong, "?"},
+      {3, 9, ',', hexTextOk, "3b,9f,95"}, {3, 8, ',', hexTextTooLong, ""},
+      {3, 7, 0, hexTextOk, "3b9f95"},     {3, 6, 0, hexTextTooLong, ""},
+      {0, 0, ',', hexTextTooLong, ""},    {0, 1, 0, hexTextOk, ""},
+      {~0ull, 9, 0, hexTextTooLong, ""},  {~0ull / 3, 9, ',', hexTextTooLong, ""},
   };
   for (const auto& row : rows) {
-    std::string out = "??????????";
-    EXPECT_EQ(bytesToHex(bytes, row.count, out.data(), row.size,
-                         static_cast<unsigned char>(row.separator)),
-              row.status);
-    EXPECT_STREQ(out.substr(0, std::strlen(row.text)).c_str(), row.text);
-    EXPECT_EQ(out[row.status == hexTextOk ? row.size : 0], '?');
+    std::string out(10, '?'), expected(10, '?');
+    if (row.status == hexTextOk) expected.replace(0, row.size, row.text, row.size);
+    EXPECT_EQ(bytesToHex(bytes, row.count, out.data(), row.size, row.separator), row.status);
+    EXPECT_EQ(out, expected);
   }
   char out[9];
   EXPECT_EQ(bytesToHex(nullptr, 0, out, sizeof out, 0), hexTextInvalid);

@@ -139,15 +139,6 @@ CK_ULONG Settings::number(const std::string& name, CK_ULONG fallback) const {
   return has(name) ? std::stoul(values.at(name), nullptr, 0) : fallback;
 }
 
-std::vector<CK_ULONG> Settings::numbers(const std::string& name,
-                                        const std::string& fallback) const {
-  std::vector<CK_ULONG> result;
-  for (const std::string& part : split(text(name, fallback), ',')) {
-    result.push_back(std::stoul(part, nullptr, 0));
-  }
-  return result;
-}
-
 Config readConfig() {
   Config config;
   config.slots.push_back(newSlot("1"));

@@ -47,7 +47,6 @@ struct Settings {
   bool has(const std::string& name) const { return values.contains(name); }
   std::string text(const std::string& name, const std::string& fallback) const;  // unescaped
   CK_ULONG number(const std::string& name, CK_ULONG fallback) const;
-  std::vector<CK_ULONG> numbers(const std::string& name, const std::string& fallback) const;
 };
 
 struct Key {

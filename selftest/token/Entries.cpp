@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <sstream>
 #include <thread>
 #include <utility>
 
@@ -271,7 +272,10 @@ CK_RV C_GetMechanismList(CK_SLOT_ID id, CK_MECHANISM_TYPE* list, CK_ULONG* count
   Call call("C_GetMechanismList", {id, at(list), count}, {count});
   const Slot* slot = call.token(id);
   if (slot == nullptr) return call.result;
-  const auto types = slot->settings.numbers("mechanisms", allMechanisms);
+  std::vector<CK_ULONG> types;
+  std::istringstream text(slot->settings.text("mechanisms", allMechanisms));
+  for (std::string type; std::getline(text, type, ',');)
+    types.push_back(std::stoul(type, nullptr, 0));
   return deliver(types.data(), types.size(), list, count);
 }
 

@@ -12,8 +12,7 @@ struct Mechanism {
   CK_MECHANISM_TYPE type;
   int padding;
   const EVP_MD* (*digest)();
-  bool hashes;        // the token hashes the data itself
-  CK_ULONG hash = 0;  // of the PSS parameters
+  bool hashes;  // the token hashes the data itself
 };
 
 constexpr Mechanism mechanisms[] = {
@@ -24,11 +23,11 @@ constexpr Mechanism mechanisms[] = {
     {CKM_SHA256_RSA_PKCS, RSA_PKCS1_PADDING, EVP_sha256, true},
     {CKM_SHA384_RSA_PKCS, RSA_PKCS1_PADDING, EVP_sha384, true},
     {CKM_SHA512_RSA_PKCS, RSA_PKCS1_PADDING, EVP_sha512, true},
-    {CKM_RSA_PKCS_PSS, RSA_PKCS1_PSS_PADDING, EVP_sha256, false, CKM_SHA256},
-    {CKM_SHA1_RSA_PKCS_PSS, RSA_PKCS1_PSS_PADDING, EVP_sha1, true, CKM_SHA_1},
-    {CKM_SHA256_RSA_PKCS_PSS, RSA_PKCS1_PSS_PADDING, EVP_sha256, true, CKM_SHA256},
-    {CKM_SHA384_RSA_PKCS_PSS, RSA_PKCS1_PSS_PADDING, EVP_sha384, true, CKM_SHA384},
-    {CKM_SHA512_RSA_PKCS_PSS, RSA_PKCS1_PSS_PADDING, EVP_sha512, true, CKM_SHA512},
+    {CKM_RSA_PKCS_PSS, RSA_PKCS1_PSS_PADDING, EVP_sha256, false},
+    {CKM_SHA1_RSA_PKCS_PSS, RSA_PKCS1_PSS_PADDING, EVP_sha1, true},
+    {CKM_SHA256_RSA_PKCS_PSS, RSA_PKCS1_PSS_PADDING, EVP_sha256, true},
+    {CKM_SHA384_RSA_PKCS_PSS, RSA_PKCS1_PSS_PADDING, EVP_sha384, true},
+    {CKM_SHA512_RSA_PKCS_PSS, RSA_PKCS1_PSS_PADDING, EVP_sha512, true},
 };
 
 const Mechanism* find(CK_MECHANISM_TYPE type) {
@@ -91,17 +90,11 @@ CK_ULONG keySize(const Key& key) {
 CK_RV checkMechanism(const CK_MECHANISM& mechanism) {
   const Mechanism* known = find(mechanism.mechanism);
   if (known == nullptr) return CKR_MECHANISM_INVALID;
-  if (mechanism.mechanism == CKM_RSA_PKCS_OAEP) {
-    return mechanism.ulParameterLen == sizeof(CK_RSA_PKCS_OAEP_PARAMS)
-               ? CKR_OK
-               : CKR_MECHANISM_PARAM_INVALID;
-  }
-  if (known->padding != RSA_PKCS1_PSS_PADDING) {
-    return mechanism.pParameter == nullptr ? CKR_OK : CKR_MECHANISM_PARAM_INVALID;
-  }
-  const auto* parameters = static_cast<const CK_RSA_PKCS_PSS_PARAMS*>(mechanism.pParameter);
-  const bool good = parameters != nullptr && mechanism.ulParameterLen == sizeof *parameters &&
-                    parameters->hashAlg == known->hash && parameters->mgf != 0;
+  CK_ULONG size = 0;
+  if (known->padding == RSA_PKCS1_OAEP_PADDING) size = sizeof(CK_RSA_PKCS_OAEP_PARAMS);
+  if (known->padding == RSA_PKCS1_PSS_PADDING) size = sizeof(CK_RSA_PKCS_PSS_PARAMS);
+  const bool good =
+      mechanism.ulParameterLen == size && (mechanism.pParameter != nullptr) == (size > 0);
   return good ? CKR_OK : CKR_MECHANISM_PARAM_INVALID;
 }
 

@@ -6,8 +6,8 @@
 // Bytes of the key's modulus.
 CK_ULONG keySize(const Key& key);
 
-// CKR_OK for a known mechanism with the parameter that it wants. A salt length of all ones stands
-// for the digest's length.
+// CKR_OK for a known mechanism with a parameter of the size that it wants. PSS salts are as long as
+// the digest, whatever the parameter says.
 CK_RV checkMechanism(const CK_MECHANISM& mechanism);
 
 // What the session's operation yields; `result` says how it went.
