@@ -58,7 +58,3 @@ const TestEntry* findTest(std::string_view name) {
   const auto* entry = std::ranges::find(TestRegistry, name, &TestEntry::name);
   return entry == TestRegistry.end() ? nullptr : entry;
 }
-
-std::span<const TestEntry> allTests() {
-  return TestRegistry;
-}

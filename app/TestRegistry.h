@@ -1,7 +1,6 @@
 // The names that the command line knows, and what each runs.
 #pragma once
 
-#include <span>
 #include <string_view>
 
 #include "harness/TestManager.h"
@@ -15,6 +14,3 @@ struct TestEntry {
 
 // The entry of exactly this name, case included; null for an unknown one.
 const TestEntry* findTest(std::string_view name);
-
-// All entries, for whoever checks that the documentation names them.
-std::span<const TestEntry> allTests();

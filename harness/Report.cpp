@@ -17,6 +17,19 @@ namespace {
 
 std::atomic_flag ending;
 
+std::string passedLine(const char* name) {
+  return std::string(name).append("() passed\n");
+}
+
+std::string failureLine(const char* name, CK_RV returnValue) {
+  const auto shown = static_cast<std::uint32_t>(returnValue);
+  std::array<char, 8> digits;
+  const char* const end = std::to_chars(digits.begin(), digits.end(), shown, 16).ptr;
+  std::string line("!!! ");
+  line.append(name).append("() failed : 0x").append(digits.cbegin(), end);
+  return line.append("!!! [").append(ckrName(shown)).append("]\n");
+}
+
 }  // namespace
 
 void endProgram(int status) {
@@ -29,23 +42,10 @@ void stopIfEnding() {
   while (ending.test()) pause();
 }
 
-bool reportCall(const char* name, CK_RV returnValue, CK_RV expected) {
-  std::string line;
-  const bool passed = returnValue == expected;
-  if (passed) {
-    line.append(name).append("() passed\n");
-  } else {
-    const auto shown = static_cast<std::uint32_t>(returnValue);
-    std::array<char, 8> digits;
-    const char* const end = std::to_chars(digits.begin(), digits.end(), shown, 16).ptr;
-    line.append("!!! ").append(name).append("() failed : 0x").append(digits.cbegin(), end);
-    line.append("!!! [").append(ckrName(shown)).append("]\n");
-    std::cout << std::dec;
-  }
-  std::cout << line;  // in one piece: another thread may be writing too
-  return passed;
-}
-
 void requireResult(const char* name, CK_RV returnValue, CK_RV expected) {
-  if (!reportCall(name, returnValue, expected)) endProgram(1);
+  const bool passed = returnValue == expected;
+  const std::string line = passed ? passedLine(name) : failureLine(name, returnValue);
+  if (!passed) std::cout << std::dec;
+  std::cout << line;  // in one piece: another thread may be writing too
+  if (!passed) endProgram(1);
 }

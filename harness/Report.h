@@ -12,13 +12,10 @@
 // loop asks before each line: the last flush takes no lock, and would write lines of it twice.
 void stopIfEnding();
 
-// Writes the report line of a call named `name`: "NAME() passed" when `returnValue` is `expected`
-// in all its 64 bits, otherwise the failure line with the value's low 32 bits in hexadecimal and
-// its name. A failure line leaves standard output decimal; a passed line leaves its base alone.
-// Returns whether the call passed.
-bool reportCall(const char* name, CK_RV returnValue, CK_RV expected = CKR_OK);
-
-// Reports a call and ends the process with status 1 unless it passed.
+// Writes the report line of a call named `name` and ends the process with status 1 unless the call
+// passed: "NAME() passed" when `returnValue` is `expected` in all its 64 bits, otherwise the
+// failure line with the value's low 32 bits in hexadecimal and its name. A failure line leaves
+// standard output decimal; a passed line leaves its base alone.
 void requireResult(const char* name, CK_RV returnValue, CK_RV expected = CKR_OK);
 
 // Calls `function` and requires CKR_OK, under the function's own name.
