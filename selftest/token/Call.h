@@ -1,10 +1,11 @@
 // What every entry of the software token shares: the record of calls and the answers from outside.
 #pragma once
 
-#include <functional>
+#include <algorithm>
 #include <initializer_list>
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include "selftest/token/Config.h"
 
@@ -76,3 +77,19 @@ class Call {
   std::vector<CK_ULONG*> outputs_;
   bool answered_ = false;
 };
+
+// A pointer as the record shows it, whatever it points to.
+inline const void* at(const void* pointer) {
+  return pointer;
+}
+
+// The two-call pattern: what is there goes to `out`, of room for `capacity` items.
+template <typename Item>
+CK_RV deliver(const Item* items, CK_ULONG count, Item* out, CK_ULONG* capacity) {
+  if (capacity == nullptr) return CKR_ARGUMENTS_BAD;
+  const CK_ULONG room = std::exchange(*capacity, count);
+  if (out == nullptr) return CKR_OK;
+  if (room < count) return CKR_BUFFER_TOO_SMALL;
+  std::copy_n(items, count, out);
+  return CKR_OK;
+}
