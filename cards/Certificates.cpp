@@ -56,13 +56,9 @@ void printCertificate(const std::uint8_t* der, std::uint32_t length) {
 }  // namespace
 
 CK_RV TestManager::showTokenCertificates() {
-  std::unique_ptr<CK_SLOT_ID[]> list;
-  CK_ULONG count = 0;
-  if (!fetchSlotList(list, count)) {
-    std::cout << "Card reader not detected. Exiting.";
-    return CKR_OK;
-  }
-  for (const TokenSlot token : PresentTokens({list.get(), count})) {
+  const std::optional<SlotList> list = fetchOwnSlotList();
+  if (!list) return CKR_OK;
+  for (const TokenSlot token : PresentTokens(list->all())) {
     const CK_SESSION_HANDLE session = openSession(token.id);
     const FoundCertificates found = findCertificates(session);
     if (found.count == 0) {

@@ -23,6 +23,13 @@ bool fetchSlotList(std::unique_ptr<CK_SLOT_ID[]>& list, CK_ULONG& count) {
   return true;
 }
 
+std::optional<SlotList> fetchOwnSlotList() {
+  SlotList list;
+  if (fetchSlotList(list.ids, list.count)) return list;
+  std::cout << "Card reader not detected. Exiting.";
+  return std::nullopt;
+}
+
 CK_RV TestManager::populateSlotList() {
   std::cout << "populateSlotList\n";
   if (!fetchSlotList(slotList, slotCount)) {

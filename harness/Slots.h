@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <iterator>
 #include <memory>
+#include <optional>
 #include <span>
 
 #include "harness/Pkcs11.h"
@@ -12,6 +13,18 @@
 // array, `count` its length. Both calls are reported under "C_GetSlotList" and a failure ends the
 // process with status 1. Returns false, with no second call, when the module has no slot.
 bool fetchSlotList(std::unique_ptr<CK_SLOT_ID[]>& list, CK_ULONG& count);
+
+// A slot list of a test's own, beside the one that TestManager keeps.
+struct SlotList {
+  std::unique_ptr<CK_SLOT_ID[]> ids;
+  CK_ULONG count = 0;
+
+  std::span<const CK_SLOT_ID> all() const { return {ids.get(), count}; }
+};
+
+// fetchSlotList() for such a test: a module without slots is no failure, but is said and gives
+// nothing.
+std::optional<SlotList> fetchOwnSlotList();
 
 // C_GetSlotInfo into `info`, reported; a failure ends the process with status 1.
 void requireSlotInfo(CK_SLOT_ID slot, CK_SLOT_INFO& info);

@@ -66,13 +66,9 @@ void useRandomNumbers(CK_SESSION_HANDLE session) {
 }  // namespace
 
 CK_RV TestManager::decryptData() {
-  std::unique_ptr<CK_SLOT_ID[]> list;
-  CK_ULONG count = 0;
-  if (!fetchSlotList(list, count)) {
-    std::cout << "Card reader not detected. Exiting.";
-    return CKR_OK;
-  }
-  for (const TokenSlot token : PresentTokens({list.get(), count})) {
+  const std::optional<SlotList> list = fetchOwnSlotList();
+  if (!list) return CKR_OK;
+  for (const TokenSlot token : PresentTokens(list->all())) {
     CK_TOKEN_INFO tokenInfo{};
     require(p11::C_GetTokenInfo, token.id, &tokenInfo);
     const CK_SESSION_HANDLE session = openSession(token.id, ~CK_SESSION_HANDLE{0});

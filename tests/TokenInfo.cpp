@@ -45,19 +45,15 @@ void TestManager::lockUserPin(CK_SLOT_ID slot, std::uint64_t position) {
 }
 
 CK_RV TestManager::tokenInfoTest() {
-  std::unique_ptr<CK_SLOT_ID[]> list;
-  CK_ULONG count = 0;
-  if (!fetchSlotList(list, count)) {
-    std::cout << "Card reader not detected. Exiting.";
-    return CKR_OK;
-  }
+  const std::optional<SlotList> list = fetchOwnSlotList();
+  if (!list) return CKR_OK;
   std::cout << "Run this test with a pin blocked card" << std::endl;
-  for (CK_ULONG i = 0; i < count; ++i) {
+  for (CK_ULONG i = 0; i < list->count; ++i) {
     // Always the first slot's token: reports have shown its flags for every position.
-    if (showPinFlags(list[0], &PinFlag::beforeLogin)) {
+    if (showPinFlags(list->ids[0], &PinFlag::beforeLogin)) {
       std::cout << "tokenInfoTest passed" << std::endl;
     } else {
-      lockUserPin(list[i], i);
+      lockUserPin(list->ids[i], i);
     }
   }
   return CKR_OK;
