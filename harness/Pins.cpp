@@ -36,14 +36,16 @@ void TestManager::getPin(std::uint64_t position) {
   OPENSSL_cleanse(typed.data(), typed.size());
 }
 
+// Each login hands the module a copy: what it writes over a PIN is not what the next test tries.
+
 void TestManager::loginUser(CK_SESSION_HANDLE session, std::uint64_t position) {
   getPin(position);
-  Pin& pin = PinStore[position];
+  Pin pin = PinStore[position];
   require(p11::C_Login, session, CKU_USER, pin.data(), pin.length());
 }
 
 void TestManager::loginContextSpecific(CK_SESSION_HANDLE session, std::uint64_t position) {
-  Pin& pin = PinStore[position];
+  Pin pin = PinStore[position];
   requireResult("CKU_CONTEXT_SPECIFIC C_Login",
                 p11::C_Login(session, CKU_CONTEXT_SPECIFIC, pin.data(), pin.length()));
 }

@@ -3,6 +3,7 @@
 # there is what makes one. Both run with the software token as their module.
 # Usage: ship.sh CMAKE CPACK BUILD-FOLDER TOKEN
 set -eu
+umask 022  # a package has the permissions that its builder gives
 cmake=$1
 cpack=$2
 build=$3

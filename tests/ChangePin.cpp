@@ -18,11 +18,12 @@ struct PinChange {
   Pin temporaryPin{temporaryPinText};
 };
 
-CK_RV changePin(CK_SESSION_HANDLE session, Pin& from, Pin& to) {
+// The module gets copies: what it writes over a PIN must not end up as the PIN of the card.
+CK_RV changePin(CK_SESSION_HANDLE session, Pin from, Pin to) {
   return p11::C_SetPIN(session, from.data(), from.length(), to.data(), to.length());
 }
 
-CK_RV logInWith(CK_SESSION_HANDLE session, Pin& pin) {
+CK_RV logInWith(CK_SESSION_HANDLE session, Pin pin) {
   return p11::C_Login(session, CKU_USER, pin.data(), pin.length());
 }
 

@@ -63,7 +63,10 @@ struct Decryption {
   std::vector<CK_BYTE> ciphertext = {};
   Plaintext plaintext = {};
 
-  void init() { require(p11::C_DecryptInit, session, &mechanism, key); }
+  void init() {
+    CK_MECHANISM handed = mechanism;  // the retry starts from what the first attempt started from
+    require(p11::C_DecryptInit, session, &handed, key);
+  }
 
   CK_RV decryptInto(CK_BYTE* output) {
     return way.decrypt(session, ciphertext.data(), ciphertext.size(), output, &plaintext.length);

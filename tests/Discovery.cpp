@@ -12,7 +12,7 @@
 namespace {
 
 // More keys than any token holds, and more bytes of certificates: who reports them never ends.
-constexpr std::size_t maxPrivateKeys = 4096;
+constexpr std::size_t maxPrivateKeys = std::size_t{1} << 16;
 constexpr CK_ULONG maxCertificateBytes = CK_ULONG{32} << 20;
 
 constexpr SearchNames searchNames{"Find objects init", "Find objects", "Find objects final"};

@@ -84,7 +84,8 @@ void Signing::form(CK_MECHANISM_TYPE type) {
 }
 
 void Signing::init() {
-  require(p11::C_SignInit, session, &mechanism, key);
+  CK_MECHANISM handed = mechanism;
+  require(p11::C_SignInit, session, &handed, key);
 }
 
 CK_RV TestManager::signOnTokens(SigningOperation operation, const char* reportName) {

@@ -21,7 +21,7 @@ struct Signing {
 
   CK_SESSION_HANDLE session;
   CK_OBJECT_HANDLE key = 0;
-  CK_MECHANISM mechanism{};
+  CK_MECHANISM mechanism{};  // the module gets a copy: what it writes there decides nothing
   CK_RSA_PKCS_PSS_PARAMS pssParameters{};
   std::array<CK_BYTE, 256> data{};
   CK_ULONG dataLength = 0;

@@ -39,7 +39,7 @@ void TestManager::lockUserPin(CK_SLOT_ID slot, std::uint64_t position) {
     std::cout << "Pin not locked" << std::endl;
     std::cout << "Attempt to login with bad pin or press ctrl-c to exit test" << std::endl;
     getPin(position);
-    Pin& pin = PinStore[position];
+    Pin pin = PinStore[position];
     p11::C_Login(session, CKU_USER, pin.data(), pin.length());  // to be refused
   } while (!showPinFlags(slot, &PinFlag::afterLogin));
 }

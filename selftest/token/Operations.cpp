@@ -86,6 +86,11 @@ bool refusesContext(Session& session, const Object& key) {
   return !std::exchange(session.slot->contextLoggedIn, false) || key.key.refusesAlways;
 }
 
+// The caller's own record of the mechanism, which a careless module writes to.
+CK_ULONG* typeOf(CK_MECHANISM* mechanism) {
+  return mechanism == nullptr ? nullptr : &mechanism->mechanism;
+}
+
 // The last step of an operation: the length alone, a buffer too small for it, or the result.
 CK_RV finish(Session& session, Session::Operation& operation, CK_BYTE* out, CK_ULONG* length,
              std::string (*compute)(const Session&, CK_RV&)) {
@@ -182,7 +187,7 @@ CK_RV C_FindObjectsFinal(CK_SESSION_HANDLE handle) {
 }
 
 CK_RV C_DecryptInit(CK_SESSION_HANDLE handle, CK_MECHANISM* mechanism, CK_OBJECT_HANDLE key) {
-  Call call("C_DecryptInit", {handle, mechanism, key});
+  Call call("C_DecryptInit", {handle, mechanism, key}, {typeOf(mechanism)});
   Session* s = call.session(handle);
   return s == nullptr ? call.result : begin(*s, s->decrypt, mechanism, key);
 }
@@ -207,7 +212,7 @@ CK_RV C_DecryptFinal(CK_SESSION_HANDLE handle, CK_BYTE* out, CK_ULONG* outLength
 }
 
 CK_RV C_SignInit(CK_SESSION_HANDLE handle, CK_MECHANISM* mechanism, CK_OBJECT_HANDLE key) {
-  Call call("C_SignInit", {handle, mechanism, key});
+  Call call("C_SignInit", {handle, mechanism, key}, {typeOf(mechanism)});
   Session* s = call.session(handle);
   return s == nullptr ? call.result : begin(*s, s->sign, mechanism, key);
 }
