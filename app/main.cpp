@@ -24,7 +24,7 @@ int main(int argc, char** argv) {
   openStandardStreams();
   installSignalHandlers();
   try {
-    return runCommandLine(argc, argv);
+    endProgram(runCommandLine(argc, argv));
   } catch (const std::exception& exception) {
     std::fflush(stdout);
     std::fprintf(stderr, "kestrel: %s\n", exception.what());

@@ -11,7 +11,8 @@ extern CK_FUNCTION_LIST* functionList;
 // Ends the process with status 1 after saying on standard error what escaped from call `name`.
 [[noreturn]] void endAfterModuleException(const char* name);
 
-// Names the call that is under way on this thread, for whoever has to say where a module died.
+// Names the call that is under way on this thread, for whoever has to say where a module died: a
+// PKCS#11 function, or the loader's that runs the module's code.
 class CallInFlight {
  public:
   explicit CallInFlight(const char* name) { current = name; }
@@ -19,8 +20,11 @@ class CallInFlight {
   CallInFlight(const CallInFlight&) = delete;
   CallInFlight& operator=(const CallInFlight&) = delete;
 
-  // The PKCS#11 name of this thread's call, null while no call is under way.
+  // The name of this thread's call, null while no call is under way.
   static const char* name() { return current; }
+
+  // The process ends by its own hand now, wherever it stands.
+  static void forget() { current = nullptr; }
 
  private:
   static thread_local const char* volatile current;

@@ -3,14 +3,14 @@
 
 #include "harness/Module.h"
 
-// Ends the process: `status` goes to the shell, buffered output is flushed, PINs are wiped, nothing
-// else is undone (no C_Finalize, no unloading). The first thread that asks for it wins; a second
-// one waits.
+// Ends the process: PINs are wiped, the report is flushed, `status` goes to the shell, nothing else
+// is undone (no C_Finalize, no unloading). The first thread that asks for it wins; others stop.
 [[noreturn]] void endProgram(int status);
 
-// Stops the calling thread for good once another one ends the process. A thread that writes in a
-// loop asks before each line: the last flush takes no lock, and would write lines of it twice.
-void stopIfEnding();
+// To be called before a second thread is started. From then on endProgram() leaves the module's own
+// exit handlers out, since the other thread may be inside the module, and no thread writes a line
+// after it.
+void expectSecondThread();
 
 // Writes the report line of a call named `name` and ends the process with status 1 unless the call
 // passed: "NAME() passed" when `returnValue` is `expected` in all its 64 bits, otherwise the

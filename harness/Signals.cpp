@@ -6,9 +6,11 @@
 #include <csignal>
 #include <cstddef>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "harness/Module.h"
+#include "harness/Pin.h"
 #include "harness/Terminal.h"
 
 namespace {
@@ -19,7 +21,7 @@ struct EndingSignal {
   bool crash;
 };
 
-constexpr std::array<EndingSignal, 9> endingSignals{{
+constexpr std::array<EndingSignal, 10> endingSignals{{
     {SIGSEGV, "SIGSEGV", true},
     {SIGBUS, "SIGBUS", true},
     {SIGFPE, "SIGFPE", true},
@@ -29,6 +31,7 @@ constexpr std::array<EndingSignal, 9> endingSignals{{
     {SIGTERM, "SIGTERM", false},
     {SIGHUP, "SIGHUP", false},
     {SIGQUIT, "SIGQUIT", false},
+    {SIGPIPE, "SIGPIPE", false},
 }};
 
 constexpr std::size_t signalStackSize = std::size_t{64} * 1024;
@@ -58,6 +61,16 @@ void explain(const EndingSignal& signal) {
   }
 }
 
+// Runs last of all exit handlers. With a call in flight the exit is not kestrel's but the module's.
+void refuseForeignExit() {
+  const char* call = CallInFlight::name();
+  if (call == nullptr) return;
+  std::fflush(stdout);
+  writeError({"kestrel: the module's ", call, "() ended the process\n"});
+  Pin::wipeAll();
+  std::_Exit(1);
+}
+
 void endBySignal(int number) {
   restoreEcho();
   for (const EndingSignal& signal : endingSignals) {
@@ -79,6 +92,7 @@ void useSignalStack() {
 
 void installSignalHandlers() {
   useSignalStack();
+  std::atexit(refuseForeignExit);
   for (const EndingSignal& signal : endingSignals) {
     struct sigaction action = {};
     sigaction(signal.number, nullptr, &action);

@@ -12,6 +12,7 @@
 namespace {
 
 termios savedTerminal;
+struct sigaction stopsBefore;
 volatile std::sig_atomic_t echoIsOff = 0;
 
 void hideEcho() {
@@ -54,13 +55,14 @@ void echoOff() {
     endProgram(-1);
   }
   echoIsOff = 1;
-  handleStops(stopAtPrompt);
+  sigaction(SIGTSTP, nullptr, &stopsBefore);
+  if (stopsBefore.sa_handler != SIG_IGN) handleStops(stopAtPrompt);
   hideEcho();
 }
 
 void echoOn() {
   tcsetattr(STDIN_FILENO, TCSANOW, &savedTerminal);
-  handleStops(SIG_DFL);
+  sigaction(SIGTSTP, &stopsBefore, nullptr);
   echoIsOff = 0;
 }
 
@@ -69,12 +71,15 @@ void restoreEcho() {
 }
 
 void readLine(char* buffer, std::size_t size) {
-  // An endless input without a newline (a device, a file of zeros) is not read for ever.
+  // An endless input without a newline (a device, a file of zeros) is not read for ever: after this
+  // many bytes of one line it counts as ended.
   constexpr std::size_t longestLine = 65536;
+  static bool ended = false;
   std::size_t kept = 0;
   char byte = 0;
-  for (std::size_t i = 0; i < longestLine && readByte(byte) && byte != '\n'; ++i) {
+  for (std::size_t i = 0; !ended && readByte(byte) && byte != '\n'; ++i) {
     if (kept + 1 < size) buffer[kept++] = byte;
+    ended = i == longestLine;
   }
   buffer[kept] = '\0';
 }

@@ -5,8 +5,8 @@
 
 // Switches the echo of standard input off (ECHO alone; the rest of the terminal's modes stay).
 // Without a terminal there, says so on standard error and ends the process with status -1 (255).
-// Until echoOn(), SIGINT, SIGTERM, SIGHUP and SIGQUIT restore the terminal before they end the
-// process, and a stop (Ctrl-Z) gives the shell its terminal as it was.
+// Until echoOn(), signals that end the process restore the terminal first (see Signals.h), and a
+// stop (Ctrl-Z) gives the shell its terminal as it was.
 void echoOff();
 
 // Gives the terminal back the modes that echoOff() found.

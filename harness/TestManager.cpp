@@ -12,7 +12,10 @@ constexpr char modulePath[] = "./libnorvalepk11.so";
 constexpr char separator[] = "---------------------------------------\n";
 
 struct Unloader {
-  void operator()(void* handle) const { dlclose(handle); }
+  void operator()(void* handle) const {
+    const CallInFlight inFlight("dlclose");  // its destructors run there
+    dlclose(handle);
+  }
 };
 using LoadedModule = std::unique_ptr<void, Unloader>;
 
@@ -27,6 +30,7 @@ const char* loaderError() {
 }
 
 LoadedModule openModule() {
+  const CallInFlight inFlight("dlopen");  // the module's constructors run there
   LoadedModule handle(dlopen(modulePath, RTLD_LAZY));
   if (handle == nullptr) {
     std::cerr << "Failed to open PKCS#11 library " << modulePath << ": " << loaderError()
@@ -81,7 +85,7 @@ CK_RV TestManager::teardown() {
   if (moduleHandle == nullptr) return CKR_OK;
   std::cout << "teardown test\n";
   require(p11::C_Finalize, nullptr);
-  dlclose(moduleHandle);
+  LoadedModule(moduleHandle).reset();
   moduleHandle = nullptr;
   functionList = nullptr;
   return CKR_OK;

@@ -42,7 +42,6 @@ int streamBase() {
 // Writes label, number and line end in one piece. Two threads do so at once, and the state of
 // std::cout is not theirs to share: this goes to the buffer below it.
 void writeLine(std::string_view label, std::uint64_t number, int base) {
-  stopIfEnding();
   std::array<char, 64> line;
   char* end = std::copy(label.begin(), label.end(), line.data());
   end = std::to_chars(end, line.data() + line.size() - 1, number, base).ptr;
@@ -92,6 +91,7 @@ CK_RV TestManager::dontBlockTest() {
 
 void TestManager::waitTest() {
   const int base = streamBase();
+  expectSecondThread();
   // Neither joined nor detached, and never destroyed: this function does not return.
   const std::thread poller(slotEventPoller, functionList, base);
   populateSlotList();

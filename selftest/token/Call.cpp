@@ -46,6 +46,7 @@ int overflow(volatile int* above) {
 CK_ULONG valueOf(const std::string& value) {
   if (value == "segv") raise(SIGSEGV);
   if (value == "abort") std::abort();
+  if (value == "exit") std::exit(0);
   if (value == "throw") throw std::runtime_error("thrown by the token");
   if (value == "hang") {
     for (;;) pause();
@@ -141,6 +142,22 @@ Token& token() {
   static Token* const instance = new Token;  // outlives the threads that call it
   return *instance;
 }
+
+namespace {
+
+void dieAs(const std::string& directive) {
+  if (const std::string* death = overrideOf(directive, "")) valueOf(*death);
+}
+
+// The module's own constructor and destructor.
+__attribute__((constructor)) void load() {
+  dieAs("load");
+}
+__attribute__((destructor)) void unload() {
+  dieAs("unload");
+}
+
+}  // namespace
 
 Call::Call(const char* name, std::initializer_list<Argument> arguments,
            std::vector<CK_ULONG*> outputs, bool early)

@@ -77,7 +77,8 @@ void addCertificate(Slot& slot, const std::string& value) {
       {CKO_CERTIFICATE, "@", label.text("label", ""), certificateValue(value.substr(0, comma))});
 }
 
-constexpr std::string_view moduleNames = " log library version nolist null random eventfile ";
+constexpr std::string_view moduleNames =
+    " log library version nolist null random eventfile load unload ";
 constexpr std::string_view slotNames =
     " empty flags description manufacturer label maker model pin tries setpin mechanisms key"
     " certificate handles spoil pad hold ";

@@ -13,6 +13,7 @@
 //                        nothing else; instead of RV a way to die: segv, abort, hang, throw,
 //                        overflow
 //   C_X.out=V, C_X#N.out=V   C_X does its work, then every count or length that it returns is V
+//   load=DEATH, unload=DEATH   dies when it is loaded, or when it is unloaded or the process ends
 //   random=SEED          answers, counts, lengths and texts drawn at random
 //   event=ID@MS          a slot event for slot ID, MS milliseconds after the one before
 //   eventfile=FILE       a slot event for slot 1 whenever FILE is there (it is taken away)
