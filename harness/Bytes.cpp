@@ -4,35 +4,41 @@
 #include <array>
 #include <iomanip>
 #include <iostream>
-#include <string>
 
 namespace {
 
 constexpr char hexDigits[] = "0123456789abcdef";
-constexpr std::uint32_t bytesPerLine = 16;
 
-void appendHex(std::string& line, std::uint8_t byte) {
-  line += hexDigits[byte >> 4];
-  line += hexDigits[byte & 0xf];
+// Columns of a dump line: offset, bytes, text.
+constexpr std::uint32_t bytesPerLine = 16;
+constexpr std::uint32_t bytesColumn = 10;
+constexpr std::uint32_t textColumn = bytesColumn + 3 * bytesPerLine + 2;
+
+char* putHex(char* out, std::uint8_t byte) {
+  *out++ = hexDigits[byte >> 4];
+  *out++ = hexDigits[byte & 0xf];
+  return out;
 }
 
 char printable(std::uint8_t byte) {
   return byte >= 32 && byte <= 126 ? static_cast<char>(byte) : '.';
 }
 
-// One line without its end: the offset, the bytes padded to sixteen groups, their characters.
-void appendDumpLine(std::string& line, const std::uint8_t* bytes, std::uint32_t offset,
-                    std::uint32_t count) {
+// A last line of fewer bytes has blanks up to the text column.
+void dumpLine(const std::uint8_t* bytes, std::uint32_t offset, std::uint32_t count) {
+  std::array<char, textColumn + bytesPerLine + 1> line;
+  line.fill(' ');
+  char* out = line.data();
   for (int shift = 24; shift >= 0; shift -= 8) {
-    appendHex(line, static_cast<std::uint8_t>(offset >> shift));
+    out = putHex(out, static_cast<std::uint8_t>(offset >> shift));
   }
-  line += ": ";
+  *out = ':';
   for (std::uint32_t i = 0; i < count; ++i) {
-    appendHex(line, bytes[offset + i]);
-    line += ' ';
+    putHex(&line[bytesColumn + 3 * i], bytes[i]);
+    line[textColumn + i] = printable(bytes[i]);
   }
-  line.append(3 * (bytesPerLine - count) + 2, ' ');
-  for (std::uint32_t i = 0; i < count; ++i) line += printable(bytes[offset + i]);
+  line[textColumn + count] = '\n';
+  std::cout.write(line.data(), textColumn + count + 1);
 }
 
 }  // namespace
@@ -43,13 +49,9 @@ void hexDump(const void* buffer, std::uint32_t length) {
     return;
   }
   const auto* bytes = static_cast<const std::uint8_t*>(buffer);
-  std::string line;
   for (std::uint32_t offset = 0, count = 0; offset < length; offset += count) {
     count = std::min(bytesPerLine, length - offset);
-    line.clear();
-    appendDumpLine(line, bytes, offset, count);
-    line += '\n';
-    std::cout << line;
+    dumpLine(bytes + offset, offset, count);
   }
   // Numbers printed after a dump come out in hexadecimal: reports are compared with that.
   std::cout << '\n' << std::hex << std::setfill('0');
@@ -62,8 +64,7 @@ std::uint32_t bytesToHex(const std::uint8_t* input, std::uint64_t inputLength, c
   if (outputSize == 0 || inputLength > capacity) return hexTextTooLong;
   for (std::uint64_t i = 0; i < inputLength; ++i) {
     if (i != 0 && separator != 0) *output++ = static_cast<char>(separator);
-    *output++ = hexDigits[input[i] >> 4];
-    *output++ = hexDigits[input[i] & 0xf];
+    output = putHex(output, input[i]);
   }
   *output = '\0';
   return hexTextOk;
