@@ -34,12 +34,13 @@ std::string failureLine(const char* name, CK_RV returnValue) {
 
 }  // namespace
 
-void endProgram(int status) {
+void endProgram(int status, std::string_view lastLine) {
   while (ending.test_and_set()) pause();
   CallInFlight::forget();
   Pin::wipeAll();
   if (secondThread) flockfile(stdout);  // for good
-  std::fflush(stdout);                  // before any exit handler of the module can crash
+  std::fwrite(lastLine.data(), 1, lastLine.size(), stdout);
+  std::fflush(stdout);  // before any exit handler of the module can crash
   if (secondThread) std::_Exit(status);
   std::exit(status);
 }

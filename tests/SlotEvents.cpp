@@ -39,15 +39,25 @@ int streamBase() {
   return (std::cout.flags() & std::ios::basefield) == std::ios::hex ? 16 : 10;
 }
 
-// Writes label, number and line end in one piece. Two threads do so at once, and the state of
-// std::cout is not theirs to share: this goes to the buffer below it.
-void writeLine(std::string_view label, std::uint64_t number, int base) {
-  std::array<char, 64> line;
-  char* end = std::copy(label.begin(), label.end(), line.data());
-  end = std::to_chars(end, line.data() + line.size() - 1, number, base).ptr;
-  *end++ = '\n';
-  std::fwrite(line.data(), 1, static_cast<std::size_t>(end - line.data()), stdout);
-}
+// A label, a number and the line end, to be written in one piece: two threads write at once.
+class NumberLine {
+ public:
+  NumberLine(std::string_view label, std::uint64_t number, int base) {
+    char* end = std::copy(label.begin(), label.end(), text_.data());
+    end = std::to_chars(end, text_.data() + text_.size() - 1, number, base).ptr;
+    *end++ = '\n';
+    length_ = static_cast<std::size_t>(end - text_.data());
+  }
+
+  std::string_view view() const { return {text_.data(), length_}; }
+
+  // To the buffer below std::cout, whose state is not the threads' to share.
+  void write() const { std::fwrite(text_.data(), 1, length_, stdout); }
+
+ private:
+  std::array<char, 64> text_;
+  std::size_t length_;
+};
 
 // Counts from `start`. A clock that was set back in the meantime does not lengthen the period.
 void sleepOutPeriod(std::chrono::system_clock::time_point start) {
@@ -66,11 +76,10 @@ void sleepOutPeriod(std::chrono::system_clock::time_point start) {
                                     functions == nullptr ? nullptr : functions->C_WaitForSlotEvent,
                                     CKF_DONT_BLOCK, &slot, nullptr);
     if (result != CKR_OK && result != CKR_NO_EVENT) {
-      writeLine("C_WaitForSlotEvent == ", result, base);
-      endProgram(1);
+      endProgram(1, NumberLine("C_WaitForSlotEvent == ", result, base).view());
     }
     sleepOutPeriod(start);
-    writeLine("Wait : ", calls, base);
+    NumberLine("Wait : ", calls, base).write();
   }
 }
 
@@ -99,11 +108,8 @@ void TestManager::waitTest() {
   for (unsigned passes = 1;; ++passes) {
     for (const CK_SLOT_ID slot : slots()) {
       const CK_RV result = p11::C_GetSlotInfo(slot, &info);
-      if (result != CKR_OK) {
-        writeLine("C_GetSlotInfo == ", result, base);
-        endProgram(1);
-      }
+      if (result != CKR_OK) endProgram(1, NumberLine("C_GetSlotInfo == ", result, base).view());
     }
-    writeLine("C_GetSlotInfo : ", passes, base);
+    NumberLine("C_GetSlotInfo : ", passes, base).write();
   }
 }
