@@ -8,7 +8,7 @@
 // Ends the process: PINs are wiped, the report is flushed behind `lastLine`, `status` goes to the
 // shell, nothing else is undone (no C_Finalize, no unloading). The first thread that asks for it
 // wins; others stop.
-[[noreturn]] void endProgram(int status, std::string_view lastLine = {});
+[[noreturn]] void endProgram(int status, std::string_view lastLine = "");
 
 // To be called before a second thread is started. From then on endProgram() leaves the module's own
 // exit handlers out, since the other thread may be inside the module, and no thread writes a line
