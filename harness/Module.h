@@ -71,10 +71,8 @@ struct ModuleFunction {
 
 namespace p11 {
 
-#define KESTREL_MODULE_FUNCTION(function)    \
-  inline constexpr ModuleFunction function { \
-#function, &CK_FUNCTION_LIST::function   \
-  }
+#define KESTREL_MODULE_FUNCTION(function) \
+  inline constexpr ModuleFunction function(#function, &CK_FUNCTION_LIST::function)
 
 KESTREL_MODULE_FUNCTION(C_Initialize);
 KESTREL_MODULE_FUNCTION(C_Finalize);

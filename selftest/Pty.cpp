@@ -1,10 +1,9 @@
 // Runs a program on a pseudo terminal and deals with it as an operator would:
 //   pty ACTION... -- PROGRAM ARGUMENT...
-// Actions: "?TEXT" waits until TEXT has come out since the last action; "echo" notes whether the
-// terminal echoes; "off" and "on" wait until it does not, or does; anything else is typed (printf
-// escapes such as \n and \003 are the shell's). Then the program's whole output is printed, with
-// the notes in place, whether the terminal echoes in the end, and the signal that ended the program
-// if one did.
+// Actions: "?TEXT" waits until TEXT has come out since the last action; "off" and "on" wait until
+// the terminal does not echo, or does, and note which it is; anything else is typed. Then the
+// program's whole output is printed, with the notes in place, whether the terminal echoes in the
+// end, and the signal that ended the program if one did.
 #include <poll.h>
 #include <pty.h>
 #include <sys/wait.h>
@@ -44,9 +43,7 @@ void noteEcho() {
 }
 
 void act(const std::string& action, std::size_t& seen) {
-  if (action == "echo") {
-    noteEcho();
-  } else if (action == "on" || action == "off") {
+  if (action == "on" || action == "off") {
     for (int i = 0; i < 1000 && echoes() != (action == "on"); ++i) usleep(10000);
     noteEcho();
   } else if (action[0] == '?') {

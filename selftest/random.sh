@@ -15,7 +15,11 @@ try_seeds() {
     status=$?
     case $status in
       0) ;;
-      1) tail -n 1 out | grep -aq '^!!! .*failed : 0x\|NOT PRESENT\|^\*\*\*\*\|^$\|No Card Readers' || echo "seed $seed $test: $(tail -n 1 out)" ;;
+      1)
+        last=$(tr -d '\0' < out | grep -av '^$' | tail -n 1)
+        echo "$last" | grep -aq '^!!! .*failed : 0x\|^####\|^\*\*\*\*\|^No Card Readers\|): !!! ' ||
+          echo "seed $seed $test: $last"
+        ;;
       255) grep -q 'terminal attributes' err || echo "seed $seed $test: $status" ;;
       *) echo "seed $seed $test: $status $(tail -n 3 err)" ;;
     esac

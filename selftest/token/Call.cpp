@@ -68,20 +68,8 @@ const std::string* overrideOf(const std::string& name, const std::string& suffix
 constexpr CK_ULONG randomAnswers[] = {CKR_OK,       CKR_OK,         CKR_OK, CKR_GENERAL_ERROR,
                                       CKR_NO_EVENT, CKR_PIN_LOCKED, 0x101,  0x80000001,
                                       0x100000000};
-constexpr CK_ULONG randomCounts[] = {0,
-                                     1,
-                                     2,
-                                     17,
-                                     255,
-                                     513,
-                                     801,
-                                     0x10000,
-                                     0x100001,
-                                     0x7fffffff,
-                                     0x80000000,
-                                     0xffffffff,
-                                     0x8000000000000000,
-                                     ~CK_ULONG{0}};
+constexpr CK_ULONG randomCounts[] = {0,     1,        2,          17,        255,       513, 801,
+                                     65536, 0x100001, 0x7fffffff, 1ul << 31, 1ul << 63, ~0ul};
 
 template <std::size_t count>
 CK_ULONG pick(const CK_ULONG (&values)[count]) {
@@ -119,11 +107,8 @@ Argument::Argument(const CK_BYTE* bytes, CK_ULONG count)
 }
 
 Argument::Argument(const CK_MECHANISM* mechanism) {
-  if (mechanism == nullptr) {
-    text = "null";
-    return;
-  }
-  text = "mechanism " + show(mechanism->mechanism);
+  text = mechanism == nullptr ? "null" : "mechanism " + show(mechanism->mechanism);
+  if (mechanism == nullptr) return;
   for (CK_ULONG i = 0; i < mechanism->ulParameterLen / sizeof(CK_ULONG); ++i) {
     text.append(",").append(show(static_cast<const CK_ULONG*>(mechanism->pParameter)[i]));
   }
