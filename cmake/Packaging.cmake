@@ -1,6 +1,4 @@
 # What `cmake --install` puts where, and the Debian package that `cpack -G DEB` makes of it.
-include(GNUInstallDirs)
-
 # Debian wants these compressed without a time stamp, so that two builds give the same bytes.
 set(compressed)
 foreach(pair "doc/kestrel.1=kestrel.1.gz" "doc/changelog.debian=changelog.gz")

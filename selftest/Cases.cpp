@@ -4,7 +4,7 @@
 //   === name
 //   args: -pw 12345678 login     what kestrel is given; or
 //   sh: COMMAND                  a shell command, with $KESTREL, $PTY, $SELFTEST ... (77 skips)
-//   token: DIRECTIVE             of the software token (selftest/token/Config.h), any number
+//   token: DIRECTIVE             of the software token (token/Config.h), any number
 //   status: 1                    of the command, 0 if not said
 //   --- out                      standard output, then likewise "--- err" (empty if not there) and
 //   ...                          "--- calls", the software token's record (not looked at if not

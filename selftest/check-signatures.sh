@@ -7,12 +7,8 @@ set -eu
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 
-if [ -e "$1" ]; then
-  cat "$1"
-else
-  sed -n '/^{"'"$1"'"/,/^)"}/p' "$(dirname "$0")/token/Credentials.inc" |
-    sed -n '/BEGIN CERTIFICATE/,/END CERTIFICATE/p' | sed 's/^ R"(//'
-fi | openssl x509 -pubkey -noout > "$folder/key"
+[ -e "$1" ] || set -- "$(dirname "$0")/../token/credentials/$1.pem"
+openssl x509 -in "$1" -pubkey -noout > "$folder/key"
 printf 'This is a test string to sign\0' > "$folder/message"
 
 # A signature's mechanism is named behind its dump; the last part of a dump line is its text.

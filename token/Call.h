@@ -7,7 +7,7 @@
 #include <string>
 #include <utility>
 
-#include "selftest/token/Config.h"
+#include "token/Config.h"
 
 // One argument as the record shows it.
 struct Argument {

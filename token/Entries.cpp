@@ -6,7 +6,7 @@
 #include <thread>
 #include <utility>
 
-#include "selftest/token/Call.h"
+#include "token/Call.h"
 
 namespace {
 

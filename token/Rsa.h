@@ -1,7 +1,7 @@
 // The RSA operations of the software token, done by libcrypto.
 #pragma once
 
-#include "selftest/token/Call.h"
+#include "token/Call.h"
 
 // Bytes of the key's modulus.
 CK_ULONG keySize(const Key& key);

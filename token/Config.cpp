@@ -1,4 +1,4 @@
-#include "selftest/token/Config.h"
+#include "token/Config.h"
 
 #include <openssl/bio.h>
 #include <openssl/pem.h>
@@ -11,11 +11,11 @@
 namespace {
 
 struct Credential {
-  const char *name, *key, *certificate;
+  const char *name, *pem;  // of the private key and its certificate
 };
 
 constexpr Credential credentials[] = {
-#include "selftest/token/Credentials.inc"
+#include "Credentials.inc"
 };
 
 [[noreturn]] void reject(const std::string& text) {
@@ -42,7 +42,7 @@ std::string certificateValue(const std::string& name) {
   if (name == "garbage") return "this is no certificate";
   if (name.find_first_not_of("0123456789") == std::string::npos)
     return std::string(std::stoul(name), 'x');
-  BIO* pem = BIO_new_mem_buf(credential(name).certificate, -1);
+  BIO* pem = BIO_new_mem_buf(credential(name).pem, -1);
   unsigned char* der = nullptr;
   long length = 0;
   PEM_bytes_read_bio(&der, &length, nullptr, PEM_STRING_X509, pem, nullptr, nullptr);
@@ -155,5 +155,5 @@ Config readConfig() {
 }
 
 const char* privateKeyPem(const std::string& name) {
-  return credential(name).key;
+  return credential(name).pem;
 }

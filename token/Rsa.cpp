@@ -1,4 +1,4 @@
-#include "selftest/token/Rsa.h"
+#include "token/Rsa.h"
 
 #include <openssl/err.h>
 #include <openssl/pem.h>

@@ -1,4 +1,4 @@
-#include "selftest/token/Call.h"
+#include "token/Call.h"
 
 #include <unistd.h>
 

@@ -6,8 +6,8 @@
 #include <cstring>
 #include <utility>
 
-#include "selftest/token/Call.h"
-#include "selftest/token/Rsa.h"
+#include "token/Call.h"
+#include "token/Rsa.h"
 
 namespace {
 
