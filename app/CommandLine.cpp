@@ -2,10 +2,10 @@
 
 #include <openssl/crypto.h>
 
-#include <iostream>
 #include <string_view>
 
 #include "app/TestRegistry.h"
+#include "harness/Output.h"
 
 namespace {
 
@@ -46,12 +46,12 @@ void takePin(TestManager& manager, char* argument) {
 
 int runCommandLine(int argc, char** argv) {
   TestManager manager;
-  if (argc <= 1) std::cout << usage;
+  if (argc <= 1) report << usage;
   for (int i = 1; i < argc; ++i) {
     const std::string_view argument = argv[i];
     if (argument == "-pw") {
       if (++i == argc) {
-        std::cout << "Password was not specified.\n";
+        report << "Password was not specified.\n";
         break;
       }
       takePin(manager, argv[i]);
@@ -61,7 +61,7 @@ int runCommandLine(int argc, char** argv) {
       if (entry->needsSetup) manager.setup();
       entry->run(manager);
     } else {
-      std::cout << "No test matches '" << argument << "'.\n" << usage;
+      report << "No test matches '" << argument << "'.\n" << usage;
       break;
     }
   }

@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <iostream>
+
+#include "harness/Output.h"
 
 namespace {
 
@@ -50,7 +51,7 @@ constexpr void (*everyTest[])(TestManager&) = {
 }  // namespace
 
 void TestManager::runAll() {
-  std::cout << "Test - run all available test functions..." << std::endl;
+  report << "Test - run all available test functions..." << std::endl;
   for (const auto test : everyTest) test(*this);
 }
 

@@ -4,10 +4,10 @@
 
 #include <algorithm>
 #include <array>
-#include <iostream>
 #include <string_view>
 
 #include "harness/Bytes.h"
+#include "harness/Output.h"
 
 namespace {
 
@@ -93,7 +93,7 @@ std::int32_t matchAtr(std::span<const KnownCard> table, const std::uint8_t* atrB
                       std::size_t atrLength) {
   std::array<char, 3 * maxAtrLength> text{};
   const std::uint32_t status = bytesToHex(atrBytes, atrLength, text.data(), text.size(), ',');
-  std::cout << "-> ORIGINAL ATR: " << text.data() << "\n";
+  report << "-> ORIGINAL ATR: " << text.data() << "\n";
   if (status != hexTextOk) return -1;
 
   AtrBytes atr{};

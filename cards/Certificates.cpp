@@ -2,7 +2,6 @@
 // and re-initialises the module, so that the next test meets a fresh one. The operator sees up to
 // ten listings a token, between rules, among the report lines.
 #include <array>
-#include <iostream>
 
 #include "harness/Objects.h"
 #include "harness/Openssl.h"
@@ -43,14 +42,14 @@ const char* printListing(const std::uint8_t* der, std::uint32_t length) {
   const long textLength = BIO_get_mem_data(output.get(), &text);
   if (textLength <= 0 || text == nullptr) return "Failed to get data from BIO.";
   const std::string rule(66, '=');
-  std::cout << "\n" << rule << "\n";
-  std::cout.write(text, textLength) << "\n" << rule << "\n\n";
+  report << "\n" << rule << "\n";
+  report.write(text, textLength) << "\n" << rule << "\n\n";
   return nullptr;
 }
 
 void printCertificate(const std::uint8_t* der, std::uint32_t length) {
   const OpensslErrorScope errors;
-  if (const char* problem = printListing(der, length)) std::cerr << problem << "\n";
+  if (const char* problem = printListing(der, length)) sayError({problem, "\n"});
 }
 
 }  // namespace
@@ -62,13 +61,13 @@ CK_RV TestManager::showTokenCertificates() {
     const CK_SESSION_HANDLE session = openSession(token.id);
     const FoundCertificates found = findCertificates(session);
     if (found.count == 0) {
-      std::cout << "No certificates found. Exiting." << std::endl;
-      std::cout << "Please make sure you have a certificate installed on the token.\n";
+      report << "No certificates found. Exiting." << std::endl;
+      report << "Please make sure you have a certificate installed on the token.\n";
       continue;  // its session stays open until C_Finalize
     }
     for (CK_ULONG k = 0; k < found.count; ++k) {
       const std::vector<CK_BYTE> value = readCertificate(session, found.handles[k]);
-      std::cout << "\nCertificate " << k + 1 << " :\n";
+      report << "\nCertificate " << k + 1 << " :\n";
       printCertificate(value.data(), static_cast<std::uint32_t>(value.size()));
     }
     require(p11::C_CloseSession, session);
@@ -77,7 +76,7 @@ CK_RV TestManager::showTokenCertificates() {
 }
 
 CK_RV TestManager::displayCertificates() {
-  std::cout << "displayCertificates - login to token and display certificates...\n";
+  report << "displayCertificates - login to token and display certificates...\n";
   showTokenCertificates();
   require(p11::C_Finalize, nullptr);
   CK_FUNCTION_LIST* offered = nullptr;  // the functions that setup() fetched stay in use

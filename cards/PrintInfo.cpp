@@ -1,6 +1,5 @@
 // printInfo: what the module, the readers and the tokens say of themselves, and each card's name by
 // its ATR. The operator sees these texts alone: its PKCS#11 calls are neither checked nor reported.
-#include <iostream>
 
 #include "cards/ReaderQuery.h"
 #include "harness/Module.h"
@@ -13,40 +12,40 @@ namespace {
 void printModule() {
   CK_INFO info{};
   p11::C_GetInfo(&info);
-  std::cout << "-> LIBRARY DESCRIPTION: " << fullText(info.libraryDescription) << "\n"
-            << "-> LIBRARY VERSION: " << std::dec << int{info.libraryVersion.major} << ".0.0."
-            << int{info.libraryVersion.minor} << "\n";
+  report << "-> LIBRARY DESCRIPTION: " << fullText(info.libraryDescription) << "\n"
+         << "-> LIBRARY VERSION: " << std::dec << int{info.libraryVersion.major} << ".0.0."
+         << int{info.libraryVersion.minor} << "\n";
 }
 
 // The card as the PC/SC service knows it. The reader is found by the slot's position.
 void printCard(CK_ULONG position, std::span<const KnownCard> cards) {
-  std::cout << "(directly from TestManager)\n";
+  report << "(directly from TestManager)\n";
   std::int32_t match = -1;
   if (queryReaderAtr(match, static_cast<std::uint32_t>(position), cards) != 0) {
-    std::cout << "-> WARNING: Card not found\n";
+    report << "-> WARNING: Card not found\n";
     return;
   }
   const KnownCard& card = cards[static_cast<std::size_t>(match)];
-  std::cout << "-> MATCHING ATR: " << card.atr << "\n"
-            << "-> FULL HARDWARE NAME: " << card.cardName << "\n";
+  report << "-> MATCHING ATR: " << card.atr << "\n"
+         << "-> FULL HARDWARE NAME: " << card.cardName << "\n";
 }
 
 CK_RV printToken(CK_SLOT_ID slot) {
   CK_TOKEN_INFO info{};
   const CK_RV result = p11::C_GetTokenInfo(slot, &info);
-  std::cout << "(funneled through pkcs11)\n";
+  report << "(funneled through pkcs11)\n";
   if (info.manufacturerID[0] != ' ') {
-    std::cout << "-> CARD HARDWARE NAME: " << fullText(info.manufacturerID) << "\n";
+    report << "-> CARD HARDWARE NAME: " << fullText(info.manufacturerID) << "\n";
   }
-  std::cout << "-> APPLET: " << fullText(info.model) << "\n"
-            << "-> TOKEN LABEL: " << fullText(info.label) << "\n";
+  report << "-> APPLET: " << fullText(info.model) << "\n"
+         << "-> TOKEN LABEL: " << fullText(info.label) << "\n";
   return result;
 }
 
 }  // namespace
 
 CK_RV TestManager::printInfo() {
-  std::cout << "Test test - print info...\n";
+  report << "Test test - print info...\n";
   printModule();
   printOpensslVersion();  // leaves the stream hexadecimal: the slots are counted in that base
   CK_RV result = populateSlotList();
@@ -54,13 +53,13 @@ CK_RV TestManager::printInfo() {
   CK_SLOT_INFO info{};  // a slot that does not answer shows what the slot before it said
   for (CK_ULONG i = 0; i < slotCount; ++i) {
     result = p11::C_GetSlotInfo(slotList[i], &info);
-    std::cout << "\n-> READER NAME: " << runOnDescription(info) << "\n";
+    report << "\n-> READER NAME: " << runOnDescription(info) << "\n";
     if (!holdsToken(info)) {
       reportEmptySlot(tokenFound, i + 1 == slotCount);
       continue;
     }
     tokenFound = true;
-    std::cout << "Token present in slot " << i + 1 << "\n";
+    report << "Token present in slot " << i + 1 << "\n";
     printCard(i, knownCards);
     result = printToken(slotList[i]);
   }

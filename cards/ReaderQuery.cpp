@@ -6,14 +6,24 @@
 #include <algorithm>
 
 #include "cards/Atr.h"
+#include "harness/Module.h"
 
 namespace {
+
+// Calls `function` of PC/SC with these arguments, under its name: one that hangs is named like one
+// into the module.
+template <typename... Parameters>
+LONG call(const char* name, LONG (*function)(Parameters...),
+          std::type_identity_t<Parameters>... arguments) {
+  return callForeign(name, [&] { return function(arguments...); });
+}
 
 // The connection to the PC/SC service. It is released once, also when it was never established.
 class ServiceContext {
  public:
   ServiceContext()
-      : status_(SCardEstablishContext(SCARD_SCOPE_USER, nullptr, nullptr, &context_)) {}
+      : status_(call("SCardEstablishContext", SCardEstablishContext, SCARD_SCOPE_USER, nullptr,
+                     nullptr, &context_)) {}
   ~ServiceContext() { release(); }
   ServiceContext(const ServiceContext&) = delete;
   ServiceContext& operator=(const ServiceContext&) = delete;
@@ -23,7 +33,7 @@ class ServiceContext {
 
   // Whether the service let go of the context.
   bool release() {
-    if (!released_) status_ = SCardReleaseContext(context_);
+    if (!released_) status_ = call("SCardReleaseContext", SCardReleaseContext, context_);
     released_ = true;
     return status_ == SCARD_S_SUCCESS;
   }
@@ -38,8 +48,8 @@ class ServiceContext {
 class CardConnection {
  public:
   CardConnection(SCARDCONTEXT context, const ReaderName& reader)
-      : status_(SCardConnect(context, reader.data(), SCARD_SHARE_SHARED,
-                             SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1, &card_, &protocol_)) {}
+      : status_(call("SCardConnect", SCardConnect, context, reader.data(), SCARD_SHARE_SHARED,
+                     SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1, &card_, &protocol_)) {}
   ~CardConnection() { disconnect(); }
   CardConnection(const CardConnection&) = delete;
   CardConnection& operator=(const CardConnection&) = delete;
@@ -51,7 +61,7 @@ class CardConnection {
   bool disconnect() {
     if (!connected()) return false;
     status_ = SCARD_W_REMOVED_CARD;  // nothing to disconnect again
-    return SCardDisconnect(card_, SCARD_LEAVE_CARD) == SCARD_S_SUCCESS;
+    return call("SCardDisconnect", SCardDisconnect, card_, SCARD_LEAVE_CARD) == SCARD_S_SUCCESS;
   }
 
  private:
@@ -68,9 +78,9 @@ struct Atr {
 bool findReader(const ServiceContext& service, std::uint32_t readerIndex, ReaderName& name) {
   std::array<char, 512> list{};
   DWORD length = list.size();
-  if (SCardListReaders(service.get(), nullptr, list.data(), &length) != SCARD_S_SUCCESS) {
-    return false;
-  }
+  const LONG status =
+      call("SCardListReaders", SCardListReaders, service.get(), nullptr, list.data(), &length);
+  if (status != SCARD_S_SUCCESS) return false;
   if (length == 0 || length > list.size() || list[length - 1] != '\0') return false;
   pickReaderName(list.data(), name, readerIndex, length);
   return true;
@@ -81,8 +91,8 @@ bool readAtr(const ServiceContext& service, std::uint32_t readerIndex, Atr& atr)
   if (!service.established() || !findReader(service, readerIndex, reader)) return false;
   CardConnection card(service.get(), reader);
   if (!card.connected()) return false;
-  const LONG status =
-      SCardGetAttrib(card.get(), SCARD_ATTR_ATR_STRING, atr.bytes.data(), &atr.length);
+  const LONG status = call("SCardGetAttrib", SCardGetAttrib, card.get(), SCARD_ATTR_ATR_STRING,
+                           atr.bytes.data(), &atr.length);
   return card.disconnect() && status == SCARD_S_SUCCESS && atr.length <= atr.bytes.size();
 }
 

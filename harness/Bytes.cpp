@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <iomanip>
-#include <iostream>
+
+#include "harness/Output.h"
 
 namespace {
 
@@ -38,14 +39,14 @@ void dumpLine(const std::uint8_t* bytes, std::uint32_t offset, std::uint32_t cou
     line[textColumn + i] = printable(bytes[i]);
   }
   line[textColumn + count] = '\n';
-  std::cout.write(line.data(), textColumn + count + 1);
+  report.write(line.data(), textColumn + count + 1);
 }
 
 }  // namespace
 
 void hexDump(const void* buffer, std::uint32_t length) {
   if (buffer == nullptr || length == 0) {
-    std::cout << std::dec << "HexDump ? bufferLen = " << length << " or NULL buffer passed\n";
+    report << std::dec << "HexDump ? bufferLen = " << length << " or NULL buffer passed\n";
     return;
   }
   const auto* bytes = static_cast<const std::uint8_t*>(buffer);
@@ -54,7 +55,7 @@ void hexDump(const void* buffer, std::uint32_t length) {
     dumpLine(bytes + offset, offset, count);
   }
   // Numbers printed after a dump come out in hexadecimal: reports are compared with that.
-  std::cout << '\n' << std::hex << std::setfill('0');
+  report << '\n' << std::hex << std::setfill('0');
 }
 
 std::uint32_t bytesToHex(const std::uint8_t* input, std::uint64_t inputLength, char* output,

@@ -1,13 +1,10 @@
 #include "harness/Module.h"
 
-#include <cstdio>
+#include <dlfcn.h>
+
 #include <exception>
 
-#include "harness/Report.h"
-
 CK_FUNCTION_LIST* functionList = nullptr;
-
-constinit thread_local const char* volatile CallInFlight::current = nullptr;
 
 void endAfterModuleException(const char* name) {
   const char* what = "not a std::exception";
@@ -17,7 +14,25 @@ void endAfterModuleException(const char* name) {
     what = exception.what();
   } catch (...) {
   }
-  std::fflush(stdout);
-  std::fprintf(stderr, "kestrel: an exception left the module's %s(): %s\n", name, what);
+  sayError({"kestrel: an exception left ", CallInFlight::owner(name), name, "(): ", what, "\n"});
   endProgram(1);
+}
+
+void Unloader::operator()(void* handle) const {
+  callForeign("dlclose", [&] { return dlclose(handle); });  // its destructors run there
+}
+
+LoadedModule loadModule(const char* path) {
+  return LoadedModule(callForeign("dlopen", [&] { return dlopen(path, RTLD_LAZY); }));
+}
+
+CK_C_GetFunctionList findEntryPoint(const LoadedModule& module) {
+  void* const symbol =
+      callForeign("dlsym", [&] { return dlsym(module.get(), "C_GetFunctionList"); });
+  return reinterpret_cast<CK_C_GetFunctionList>(symbol);
+}
+
+const char* loaderError() {
+  const char* text = dlerror();
+  return text == nullptr ? "unknown error" : text;
 }

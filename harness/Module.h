@@ -1,9 +1,12 @@
 // The loaded PKCS#11 module, and the one place through which every call into it passes.
 #pragma once
 
-#include <type_traits>
+#include <memory>
 
+#include "harness/CallInFlight.h"
+#include "harness/Output.h"
 #include "harness/Pkcs11.h"
+#include "harness/ProcessEnd.h"
 
 // The module's functions; null until TestManager::setup() has fetched them. Owned by the module.
 extern CK_FUNCTION_LIST* functionList;
@@ -11,34 +14,16 @@ extern CK_FUNCTION_LIST* functionList;
 // Ends the process with status 1 after saying on standard error what escaped from call `name`.
 [[noreturn]] void endAfterModuleException(const char* name);
 
-// Names the call that is under way on this thread, for whoever has to say where a module died: a
-// PKCS#11 function, or the loader's that runs the module's code.
-class CallInFlight {
- public:
-  explicit CallInFlight(const char* name) { current = name; }
-  ~CallInFlight() { current = nullptr; }
-  CallInFlight(const CallInFlight&) = delete;
-  CallInFlight& operator=(const CallInFlight&) = delete;
-
-  // The name of this thread's call, null while no call is under way.
-  static const char* name() { return current; }
-
-  // The process ends by its own hand now, wherever it stands.
-  static void forget() { current = nullptr; }
-
- private:
-  static thread_local const char* volatile current;
-};
-
-// Calls `function` of the module with `arguments`, unchanged and in order. A function that the
-// module does not have is a failed call: CKR_FUNCTION_FAILED. The result is never truncated.
-template <typename... Parameters>
-CK_RV callModule(const char* name, CK_RV (*function)(Parameters...),
-                 std::type_identity_t<Parameters>... arguments) {
-  if (function == nullptr) return CKR_FUNCTION_FAILED;
+// Runs `function`, which calls foreign code, as the call `name`: what is due of the report is out
+// before, and what the module printed is out behind it.
+template <typename Function>
+auto callForeign(const char* name, Function function) {
+  settleReport();
   const CallInFlight inFlight(name);
   try {
-    return function(arguments...);
+    const auto result = function();
+    sendForeignText();
+    return result;
   } catch (...) {
     endAfterModuleException(name);
   }
@@ -53,7 +38,9 @@ inline CK_RV ifSane(CK_RV returnValue, bool sane) {
   return returnValue == CKR_OK && !sane ? CKR_FUNCTION_FAILED : returnValue;
 }
 
-// One entry of the module's function list: p11::C_Login(session, ...) calls it.
+// One entry of the module's function list: p11::C_Login(session, ...) calls it with these
+// arguments, unchanged and in order. A function that the module does not have is a failed call:
+// CKR_FUNCTION_FAILED. The result is never truncated.
 template <typename... Parameters>
 struct ModuleFunction {
   using Pointer = CK_RV (*)(Parameters...);
@@ -62,7 +49,10 @@ struct ModuleFunction {
       : name(functionName), entry(listEntry) {}
 
   CK_RV operator()(Parameters... arguments) const {
-    return callModule(name, functionList == nullptr ? nullptr : functionList->*entry, arguments...);
+    return callForeign(name, [&] {
+      const Pointer function = functionList == nullptr ? nullptr : functionList->*entry;
+      return function == nullptr ? CKR_FUNCTION_FAILED : function(arguments...);
+    });
   }
 
   const char* name;
@@ -110,3 +100,17 @@ KESTREL_MODULE_FUNCTION(C_WaitForSlotEvent);
 #undef KESTREL_MODULE_FUNCTION
 
 }  // namespace p11
+
+// A module that is loaded. It is unloaded with its owner.
+struct Unloader {
+  void operator()(void* handle) const;
+};
+using LoadedModule = std::unique_ptr<void, Unloader>;
+
+// Loads a module, null if the loader will not: then loaderError() has its words.
+LoadedModule loadModule(const char* path);
+
+// The module's C_GetFunctionList; null, with loaderError(), when it has none.
+CK_C_GetFunctionList findEntryPoint(const LoadedModule& module);
+
+const char* loaderError();

@@ -1,83 +1,118 @@
 #include "harness/Signals.h"
 
+#include <pthread.h>
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <csignal>
 #include <cstddef>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
-#include "harness/Module.h"
-#include "harness/Pin.h"
-#include "harness/Terminal.h"
+#include "harness/CallInFlight.h"
+#include "harness/Output.h"
+#include "harness/ProcessEnd.h"
 
 namespace {
 
-struct EndingSignal {
-  int number;
-  const char* name;
-  bool crash;
+enum class Kind {
+  crash,  // the fault of the thread that gets it; met even where it is ignored
+  asked,  // by the operator or the shell, who know of it
+  other,
 };
 
-constexpr std::array<EndingSignal, 10> endingSignals{{
-    {SIGSEGV, "SIGSEGV", true},
-    {SIGBUS, "SIGBUS", true},
-    {SIGFPE, "SIGFPE", true},
-    {SIGILL, "SIGILL", true},
-    {SIGABRT, "SIGABRT", true},
-    {SIGINT, "SIGINT", false},
-    {SIGTERM, "SIGTERM", false},
-    {SIGHUP, "SIGHUP", false},
-    {SIGQUIT, "SIGQUIT", false},
-    {SIGPIPE, "SIGPIPE", false},
-}};
+struct EndingSignal {
+  int number;
+  Kind kind = Kind::other;
+};
+
+constexpr EndingSignal endingSignals[] = {
+    {SIGSEGV, Kind::crash},
+    {SIGBUS, Kind::crash},
+    {SIGFPE, Kind::crash},
+    {SIGILL, Kind::crash},
+    {SIGABRT, Kind::crash},
+    {SIGTRAP, Kind::crash},
+    {SIGSYS, Kind::crash},
+    {SIGINT, Kind::asked},
+    {SIGTERM, Kind::asked},
+    {SIGHUP, Kind::asked},
+    {SIGQUIT, Kind::asked},
+    {SIGPIPE, Kind::asked},
+    {SIGALRM},
+    {SIGVTALRM},
+    {SIGPROF},
+    {SIGXCPU},
+    {SIGXFSZ},
+    {SIGUSR1},
+    {SIGUSR2},
+    {SIGIO},
+    {SIGPWR},
+    {SIGSTKFLT},
+};
 
 constexpr std::size_t signalStackSize = std::size_t{64} * 1024;
 
-// Standard error as a handler may write it: one line, no buffer of the C library.
-void writeError(std::initializer_list<const char*> pieces) {
-  std::array<char, 160> line;
-  std::size_t length = 0;
-  for (const char* piece : pieces) {
-    const std::size_t size = std::strlen(piece);
-    if (size > line.size() - length) break;
-    std::memcpy(line.data() + length, piece, size);
-    length += size;
-  }
-  [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line.data(), length);
-}
+std::atomic<bool> interruptIsOrdinary = false;
+std::atomic<pthread_t> handlingThread = 0;
 
-// A call in flight on this thread means that this thread is in the module and not inside stdio, so
-// that the report can be flushed. Without one, nothing is flushed: the crash may be stdio's own.
 void explain(const EndingSignal& signal) {
+  const char* const name = sigabbrev_np(signal.number);
   const char* call = CallInFlight::name();
+  const char* const first = CallInFlight::nameOnWatchedThread();
+  if (signal.kind == Kind::asked && call == nullptr) call = first;
   if (call != nullptr) {
-    std::fflush(stdout);
-    writeError({"kestrel: ", signal.name, " in the module's ", call, "()\n"});
-  } else if (signal.crash) {
-    writeError({"kestrel: ", signal.name, " outside any call into the module\n"});
+    putError({"kestrel: SIG", name, " in ", CallInFlight::owner(call), call, "()\n"});
+  } else if (signal.kind == Kind::asked) {
+    return;
+  } else if (CallInFlight::onWatchedThread()) {
+    putError({"kestrel: SIG", name, " outside any call into the module\n"});
+  } else if (first != nullptr) {
+    putError({"kestrel: SIG", name, " on another thread during ", CallInFlight::owner(first), first,
+              "()\n"});
+  } else {
+    putError({"kestrel: SIG", name, " on another thread, outside any call into the module\n"});
   }
 }
 
-// Runs last of all exit handlers. With a call in flight the exit is not kestrel's but the module's.
-void refuseForeignExit() {
-  const char* call = CallInFlight::name();
-  if (call == nullptr) return;
-  std::fflush(stdout);
-  writeError({"kestrel: the module's ", call, "() ended the process\n"});
-  Pin::wipeAll();
-  std::_Exit(1);
+void takeDefaultEffect(int number) {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, number);
+  std::signal(number, SIG_DFL);
+  pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+  raise(number);
+}
+
+// A crash while another thread is on its way out is only a consequence; any other second signal is
+// for who lost patience, or for a handler that crashed itself.
+bool isFirst(const EndingSignal& signal) {
+  pthread_t nobody = 0;
+  if (handlingThread.compare_exchange_strong(nobody, pthread_self())) return true;
+  while (signal.kind == Kind::crash && nobody != pthread_self()) pause();
+  return false;
 }
 
 void endBySignal(int number) {
-  restoreEcho();
   for (const EndingSignal& signal : endingSignals) {
-    if (signal.number == number) explain(signal);
+    if (signal.number != number || !isOwnProcess() || !isFirst(signal)) continue;
+    if (number != SIGINT || !interruptIsOrdinary) explain(signal);
+    tidyUp();
+    if (CallInFlight::nameOnWatchedThread() != nullptr) sendForeignText();
   }
-  std::signal(number, SIG_DFL);
-  raise(number);  // blocked while its handler runs: it ends the process on return
+  takeDefaultEffect(number);
+}
+
+bool isOurs(const struct sigaction& action) {
+  return action.sa_handler == endBySignal;
+}
+
+void meet(int number) {
+  struct sigaction action = {};
+  action.sa_handler = endBySignal;
+  action.sa_flags = SA_ONSTACK | SA_NODEFER;
+  sigemptyset(&action.sa_mask);
+  sigaction(number, &action, nullptr);
 }
 
 }  // namespace
@@ -92,15 +127,36 @@ void useSignalStack() {
 
 void installSignalHandlers() {
   useSignalStack();
-  std::atexit(refuseForeignExit);
+  CallInFlight::watchThisThread();
   for (const EndingSignal& signal : endingSignals) {
     struct sigaction action = {};
     sigaction(signal.number, nullptr, &action);
-    if (action.sa_handler == SIG_IGN && !signal.crash) continue;  // as nohup asked
-    action = {};
-    action.sa_handler = endBySignal;
-    action.sa_flags = SA_ONSTACK;
-    sigemptyset(&action.sa_mask);
-    sigaction(signal.number, &action, nullptr);
+    if (action.sa_handler != SIG_IGN || signal.kind == Kind::crash) meet(signal.number);
   }
+}
+
+void expectInterrupt() {
+  interruptIsOrdinary = true;
+}
+
+SignalsMet::SignalsMet() {
+  sigset_t ending;
+  sigemptyset(&ending);
+  for (const EndingSignal& signal : endingSignals) {
+    sigaddset(&ending, signal.number);
+    struct sigaction action = {};
+    sigaction(signal.number, nullptr, &action);
+    if (isOurs(action) || action.sa_handler == SIG_IGN) continue;
+    if (action.sa_handler != SIG_DFL) {
+      if (signal.kind != Kind::asked) continue;
+      replaced_.push_back({signal.number, action});
+    }
+    meet(signal.number);
+  }
+  pthread_sigmask(SIG_UNBLOCK, &ending, &blocked_);
+}
+
+SignalsMet::~SignalsMet() {
+  for (const Replaced& one : replaced_) sigaction(one.number, &one.action, nullptr);
+  pthread_sigmask(SIG_SETMASK, &blocked_, nullptr);
 }

@@ -1,7 +1,5 @@
 #include "harness/Slots.h"
 
-#include <iostream>
-
 #include "harness/Report.h"
 #include "harness/TestManager.h"
 
@@ -26,14 +24,14 @@ bool fetchSlotList(std::unique_ptr<CK_SLOT_ID[]>& list, CK_ULONG& count) {
 std::optional<SlotList> fetchOwnSlotList() {
   SlotList list;
   if (fetchSlotList(list.ids, list.count)) return list;
-  std::cout << "Card reader not detected. Exiting.";
+  report << "Card reader not detected. Exiting.";
   return std::nullopt;
 }
 
 CK_RV TestManager::populateSlotList() {
-  std::cout << "populateSlotList\n";
+  report << "populateSlotList\n";
   if (!fetchSlotList(slotList, slotCount)) {
-    std::cout << "No Card Readers detected.\n";
+    report << "No Card Readers detected.\n";
     endProgram(1);
   }
   return CKR_OK;
@@ -45,7 +43,7 @@ void requireSlotInfo(CK_SLOT_ID slot, CK_SLOT_INFO& info) {
 
 void reportEmptySlot(bool tokenFound, bool lastSlot) {
   constexpr char rule[] = "##########################################\n\n";
-  std::cout << rule << "*********** TOKEN NOT PRESENT ************\n\n" << rule;
+  report << rule << "*********** TOKEN NOT PRESENT ************\n\n" << rule;
   if (lastSlot && !tokenFound) endProgram(1);
 }
 

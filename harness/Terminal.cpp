@@ -1,13 +1,12 @@
 #include "harness/Terminal.h"
 
+#include <poll.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
-#include <iostream>
-
-#include "harness/Report.h"
 
 namespace {
 
@@ -39,25 +38,35 @@ void stopAtPrompt(int) {
   errno = error;
 }
 
+// Input that is not ready yet is waited for.
 bool readByte(char& byte) {
-  ssize_t count;
-  do {
-    count = read(STDIN_FILENO, &byte, 1);
-  } while (count < 0 && errno == EINTR);
-  return count == 1;
+  for (;;) {
+    const ssize_t count = read(STDIN_FILENO, &byte, 1);
+    if (count >= 0) return count == 1;
+    if (errno == EAGAIN) {
+      pollfd ready{STDIN_FILENO, POLLIN, 0};
+      poll(&ready, 1, -1);
+    } else if (errno != EINTR) {
+      return false;
+    }
+  }
+}
+
+// A device such as /dev/zero: there may be no end of it, nor of its first line.
+bool mayBeEndless() {
+  struct stat status = {};
+  return fstat(STDIN_FILENO, &status) == 0 && S_ISCHR(status.st_mode) && isatty(STDIN_FILENO) == 0;
 }
 
 }  // namespace
 
-void echoOff() {
-  if (tcgetattr(STDIN_FILENO, &savedTerminal) != 0) {
-    std::cerr << "Error getting terminal attributes\n";
-    endProgram(-1);
-  }
+bool echoOff() {
+  if (tcgetattr(STDIN_FILENO, &savedTerminal) != 0) return false;
   echoIsOff = 1;
   sigaction(SIGTSTP, nullptr, &stopsBefore);
   if (stopsBefore.sa_handler != SIG_IGN) handleStops(stopAtPrompt);
   hideEcho();
+  return true;
 }
 
 void echoOn() {
@@ -71,15 +80,14 @@ void restoreEcho() {
 }
 
 void readLine(char* buffer, std::size_t size) {
-  // An endless input without a newline (a device, a file of zeros) is not read for ever: after this
-  // many bytes of one line it counts as ended.
-  constexpr std::size_t longestLine = 65536;
+  constexpr std::size_t longestLine = 65536;  // of what may be endless; then it counts as ended
   static bool ended = false;
+  const std::size_t limit = mayBeEndless() ? longestLine : ~std::size_t{0};
   std::size_t kept = 0;
   char byte = 0;
   for (std::size_t i = 0; !ended && readByte(byte) && byte != '\n'; ++i) {
     if (kept + 1 < size) buffer[kept++] = byte;
-    ended = i == longestLine;
+    ended = i == limit;
   }
   buffer[kept] = '\0';
 }

@@ -4,10 +4,9 @@
 #include <cstddef>
 
 // Switches the echo of standard input off (ECHO alone; the rest of the terminal's modes stay).
-// Without a terminal there, says so on standard error and ends the process with status -1 (255).
-// Until echoOn(), signals that end the process restore the terminal first (see Signals.h), and a
-// stop (Ctrl-Z) gives the shell its terminal as it was.
-void echoOff();
+// Returns false when there is no terminal. Until echoOn(), every end of the process restores the
+// terminal first (see ProcessEnd.h), and a stop (Ctrl-Z) gives the shell its terminal as it was.
+bool echoOff();
 
 // Gives the terminal back the modes that echoOff() found.
 void echoOn();

@@ -1,9 +1,5 @@
 #include "harness/TestManager.h"
 
-#include <dlfcn.h>
-
-#include <iostream>
-
 #include "harness/Report.h"
 
 namespace {
@@ -11,79 +7,64 @@ namespace {
 constexpr char modulePath[] = "./libnorvalepk11.so";
 constexpr char separator[] = "---------------------------------------\n";
 
-struct Unloader {
-  void operator()(void* handle) const {
-    const CallInFlight inFlight("dlclose");  // its destructors run there
-    dlclose(handle);
-  }
-};
-using LoadedModule = std::unique_ptr<void, Unloader>;
-
-const char* loaderError() {
-  const char* text = dlerror();
-  return text == nullptr ? "unknown error" : text;
-}
-
 [[noreturn]] void endWithoutModule() {
-  std::cout << separator;
+  report << separator;
   endProgram(1);
 }
 
 LoadedModule openModule() {
-  const CallInFlight inFlight("dlopen");  // the module's constructors run there
-  LoadedModule handle(dlopen(modulePath, RTLD_LAZY));
+  LoadedModule handle = loadModule(modulePath);
   if (handle == nullptr) {
-    std::cerr << "Failed to open PKCS#11 library " << modulePath << ": " << loaderError()
-              << std::endl;
+    sayError({"Failed to open PKCS#11 library ", modulePath, ": ", loaderError(), "\n"});
     endWithoutModule();
   }
   return handle;
 }
 
-CK_C_GetFunctionList findEntryPoint(LoadedModule& handle) {
-  dlerror();
-  void* symbol = dlsym(handle.get(), "C_GetFunctionList");
-  if (symbol == nullptr) {
-    std::cerr << "Failed to retrieve 'C_GetFunctionList': " << loaderError() << std::endl;
+CK_C_GetFunctionList requireEntryPoint(LoadedModule& handle) {
+  const CK_C_GetFunctionList entryPoint = findEntryPoint(handle);
+  if (entryPoint == nullptr) {
+    sayError({"Failed to retrieve 'C_GetFunctionList': ", loaderError(), "\n"});
     handle.reset();
     endWithoutModule();
   }
-  return reinterpret_cast<CK_C_GetFunctionList>(symbol);
+  return entryPoint;
 }
 
 }  // namespace
 
 TestManager::TestManager() {
-  std::cout << separator;
+  report << separator;
 }
 
 TestManager::~TestManager() {
-  std::cout << separator;
+  report << separator;
   teardown();
 }
 
 CK_RV TestManager::setup() {
-  std::cout << "kestrel version: " KESTREL_VERSION " \n"
-            << "setup test...\n"
-            << "Loading " << modulePath << "\n";
+  report << "kestrel version: " KESTREL_VERSION " \n"
+         << "setup test...\n"
+         << "Loading " << modulePath << "\n";
   LoadedModule handle = openModule();
-  std::cout << "Retrieving function pointer to C_GetFunctionList from " << modulePath << " \n";
-  const CK_C_GetFunctionList getFunctionList = findEntryPoint(handle);
+  report << "Retrieving function pointer to C_GetFunctionList from " << modulePath << " \n";
+  const CK_C_GetFunctionList getFunctionList = requireEntryPoint(handle);
   moduleHandle = handle.release();
-  std::cout << "passed: get function pointer to C_GetFunctionList " << modulePath << ")\n"
-            << "invoke C_GetFunctionList \n";
-  if (callModule("C_GetFunctionList", getFunctionList, &functionList) != CKR_OK) {
-    functionList = nullptr;  // whatever a failed call left there is not to be called
-    std::cerr << "C_GetFunctionList failed\n";
+  report << "passed: get function pointer to C_GetFunctionList " << modulePath << ")\n"
+         << "invoke C_GetFunctionList \n";
+  CK_FUNCTION_LIST* offered = functionList;  // whatever a failed call leaves there is not called
+  if (callForeign("C_GetFunctionList", [&] { return getFunctionList(&offered); }) != CKR_OK) {
+    sayError({"C_GetFunctionList failed\n"});
     return 1;
   }
+  functionList = offered;
   require(p11::C_Initialize, nullptr);
   return CKR_OK;
 }
 
 CK_RV TestManager::teardown() {
   if (moduleHandle == nullptr) return CKR_OK;
-  std::cout << "teardown test\n";
+  report << "teardown test\n";
   require(p11::C_Finalize, nullptr);
   LoadedModule(moduleHandle).reset();
   moduleHandle = nullptr;

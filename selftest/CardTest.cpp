@@ -12,6 +12,7 @@
 #include "cards/KnownCards.h"
 #include "cards/ReaderQuery.h"
 #include "harness/Bytes.h"
+#include "harness/Output.h"
 
 namespace {
 
@@ -78,6 +79,7 @@ std::int32_t matchQuietly(std::span<const KnownCard> table, const Bytes& atr,
                           const std::string& printed) {
   testing::internal::CaptureStdout();
   const std::int32_t row = matchAtr(table, atr.data(), atr.size());
+  report.flush();
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "-> ORIGINAL ATR: " + printed + "\n");
   return row;
 }

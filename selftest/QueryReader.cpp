@@ -5,10 +5,12 @@
 
 #include "cards/KnownCards.h"
 #include "cards/ReaderQuery.h"
+#include "harness/Output.h"
 
 int main(int, char** argv) {
   std::int32_t match = -1;
   const auto position = static_cast<std::uint32_t>(std::atoi(argv[1]));
   const std::uint32_t status = queryReaderAtr(match, position, KnownCardTable);
+  report.flush();
   std::printf("row %d, status %#x\n", match, status);
 }

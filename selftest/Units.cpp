@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "harness/Bytes.h"
+#include "harness/Output.h"
 #include "harness/Pin.h"
 
 namespace {
@@ -13,6 +14,7 @@ namespace {
 std::string dump(const void* bytes, std::uint32_t length) {
   testing::internal::CaptureStdout();
   hexDump(bytes, length);
+  report.flush();
   return testing::internal::GetCapturedStdout();
 }
 

@@ -1,7 +1,6 @@
 // changePinTest: gives every token a temporary user PIN and its own back, logging in with each.
 // The operator sees a line per step; the first failure ends the test, not the process, and a
 // warning names the temporary PIN where the token may still have it.
-#include <iostream>
 #include <string_view>
 
 #include "harness/Report.h"
@@ -50,16 +49,10 @@ constexpr PinStep pinSteps[] = {
     {logOut, "C_Logout() passed: (2nd logout)", false},
 };
 
-CK_RV printReturnAndClose(CK_SESSION_HANDLE session, const char* label, CK_RV returnValue) {
-  std::cout << label << ": return value: " << std::dec << returnValue << std::endl;
-  p11::C_CloseSession(session);
-  return returnValue;
-}
-
 CK_RV failPinChange(const PinStep& step, CK_SESSION_HANDLE session, CK_RV returnValue) {
   if (step.mayKeepTemporaryPin) {
-    std::cout << "Because this test failed you may need to use pin " << temporaryPinText
-              << " to login to the token: \n";
+    report << "Because this test failed you may need to use pin " << temporaryPinText
+           << " to login to the token: \n";
   }
   return printReturnAndClose(session, "PIN change failed", returnValue);
 }
@@ -69,7 +62,7 @@ CK_RV changePinAndBack(PinChange change) {
   for (const PinStep& step : pinSteps) {
     const CK_RV result = step.call(change);
     if (result != CKR_OK) return failPinChange(step, change.session, result);
-    std::cout << step.confirmation << "\n";
+    report << step.confirmation << "\n";
   }
   p11::C_CloseSession(change.session);
   return CKR_OK;

@@ -3,7 +3,6 @@
 // dumped and judges it: the bytes are not compared.
 #include <array>
 #include <initializer_list>
-#include <iostream>
 
 #include "harness/Bytes.h"
 #include "harness/Report.h"
@@ -27,7 +26,7 @@ constexpr std::array mechanisms{
 };
 
 void showMessage(CK_SESSION_HANDLE /*session*/, Plaintext& plaintext) {
-  std::cout << "\nDecrypted Message:\n";
+  report << "\nDecrypted Message:\n";
   hexDump(plaintext.storage.data(), static_cast<std::uint32_t>(plaintext.length));
 }
 

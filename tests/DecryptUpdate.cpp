@@ -1,7 +1,6 @@
 // decryptUpdate: as decryptData, through C_DecryptUpdate and C_DecryptFinal with CKM_RSA_PKCS.
 // The operator sees what the final call gave: a token that gave all before shows an empty dump.
 #include <array>
-#include <iostream>
 
 #include "harness/Bytes.h"
 #include "harness/Report.h"
@@ -18,7 +17,7 @@ constexpr std::array mechanisms{rsaPkcs};
 void showLastPart(CK_SESSION_HANDLE session, Plaintext& plaintext) {
   const CK_RV result = p11::C_DecryptFinal(session, plaintext.storage.data(), &plaintext.length);
   requireResult("C_DecryptFinal", ifSane(result, plaintext.length <= plaintext.storage.size()));
-  std::cout << "\nDecrypted data: \n";
+  report << "\nDecrypted data: \n";
   hexDump(plaintext.storage.data(), static_cast<std::uint32_t>(plaintext.length));
 }
 
@@ -27,7 +26,7 @@ constexpr DecryptionWay multiPart{mechanisms, p11::C_DecryptUpdate, showLastPart
 }  // namespace
 
 CK_RV TestManager::decryptUpdate() {
-  std::cout << "Test11 - C_DecryptUpdate, C_DecryptFinal\n";
+  report << "Test11 - C_DecryptUpdate, C_DecryptFinal\n";
   populateSlotList();
   for (const TokenSlot token : PresentTokens(slots())) {
     const CK_SESSION_HANDLE session = openSession(token.id);

@@ -1,7 +1,6 @@
 #include "tests/Decryption.h"
 
 #include <algorithm>
-#include <iostream>
 #include <limits>
 #include <string_view>
 
@@ -46,7 +45,7 @@ std::vector<CK_BYTE> encrypt(EVP_PKEY* key, int padding, std::string_view text) 
 // certificate's key cannot encrypt it.
 std::optional<std::vector<CK_BYTE>> encryptMessage(EVP_PKEY* key, int padding) {
   if (message.size() > std::numeric_limits<std::int32_t>::max()) {
-    std::cerr << "Error: Message length exceeds maximum limit." << std::endl;
+    sayError({"Error: Message length exceeds maximum limit.\n"});
     return std::nullopt;
   }
   std::vector<CK_BYTE> ciphertext = encrypt(key, padding, message);
@@ -94,8 +93,8 @@ struct Decryption {
 CK_RV TestManager::decryptEach(const DecryptionWay& way, CK_SESSION_HANDLE session,
                                std::uint32_t slotPosition) {
   for (const CertKeyRecord& record : keysToTest(session, slotPosition)) {
-    std::cout << std::dec << "\n--------- Private Key Handle: " << record.privateKeyHandle
-              << " --------- Public Key Handle: " << record.publicKeyHandle << " ---------\n\n";
+    report << std::dec << "\n--------- Private Key Handle: " << record.privateKeyHandle
+           << " --------- Public Key Handle: " << record.publicKeyHandle << " ---------\n\n";
     const KeyOwner publicKey = getPublicKey(session, record);
     for (const DecryptionMechanism& mechanism : way.mechanisms) {
       const CK_RV result = decryptMessage(way, mechanism, session, record, publicKey.get());

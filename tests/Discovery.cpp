@@ -3,7 +3,6 @@
 // searches and of the attribute calls, once per run.
 #include <algorithm>
 #include <array>
-#include <iostream>
 
 #include "harness/Objects.h"
 #include "harness/Report.h"
@@ -62,7 +61,7 @@ std::vector<CK_BYTE> readId(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object) 
 }  // namespace
 
 void TestManager::getAllCertsAndKeys(CK_SESSION_HANDLE session, std::uint32_t slotIndex) {
-  std::cout << "Get All Certs and Keys" << std::endl;
+  report << "Get All Certs and Keys" << std::endl;
   std::vector<CertKeyRecord>& records = certKeyMap[slotIndex];
   records = findPrivateKeys(session, slotIndex, objectCount);
   CK_ULONG room = maxCertificateBytes;
@@ -89,6 +88,6 @@ CK_OBJECT_HANDLE TestManager::findObjectByClass(CK_SESSION_HANDLE session,
                                                 CK_OBJECT_CLASS objectClass) {
   CK_ATTRIBUTE attribute{CKA_CLASS, &objectClass, sizeof objectClass};
   const CK_OBJECT_HANDLE handle = findFirst(session, {&attribute, 1}, objectCount, searchNames);
-  if (objectCount == 0) std::cerr << "No Objects found\n";
+  if (objectCount == 0) sayError({"No Objects found\n"});
   return handle;
 }

@@ -1,7 +1,6 @@
 // findObjectsTest: searches every token for certificates, reads their values and labels, and
 // searches for private keys once per certificate. The operator sees the labels.
 #include <array>
-#include <iostream>
 #include <string_view>
 
 #include "harness/Objects.h"
@@ -48,8 +47,8 @@ struct ObjectSearch {
   void showCertificate(std::size_t index) {
     readAttribute<maxValueLength>(session, handles[index], CKA_VALUE);
     const auto label = readAttribute<labelLength>(session, handles[index], CKA_LABEL);
-    std::cout << std::dec << "\nCertificate " << index + 1
-              << " label: " << std::string_view(label.data(), label.size()) << "\n\n";
+    report << std::dec << "\nCertificate " << index + 1
+           << " label: " << std::string_view(label.data(), label.size()) << "\n\n";
   }
 
   void findPrivateKeys(std::size_t index) {
@@ -66,8 +65,8 @@ struct ObjectSearch {
 }  // namespace
 
 CK_RV TestManager::findObjectsTest() {
-  std::cout << "Test10 - C_FindObjectsInit, C_FindObjects, C_FindObjectsFinal, "
-               "C_GetAttributeValue...\n";
+  report << "Test10 - C_FindObjectsInit, C_FindObjects, C_FindObjectsFinal, "
+            "C_GetAttributeValue...\n";
   populateSlotList();
   for (const TokenSlot token : PresentTokens(slots())) {
     const CK_SESSION_HANDLE session = openSession(token.id);

@@ -2,7 +2,6 @@
 // The operator sees a passed line per case; the first other result ends the process.
 #include <array>
 #include <functional>
-#include <iostream>
 #include <span>
 
 #include "harness/Report.h"
@@ -203,18 +202,18 @@ CK_RV TestManager::runNegativeCases(std::span<const NegativeCase> cases) {
 }
 
 CK_RV TestManager::negativeLibraryTests() {
-  std::cout << "Negative Tests Part 1/3\n";
+  report << "Negative Tests Part 1/3\n";
   Bench bench;
   return runCases(libraryCases, bench);
 }
 
 CK_RV TestManager::negativeSessionTests() {
-  std::cout << "Negative Tests Part 2/3\n";
+  report << "Negative Tests Part 2/3\n";
   return runNegativeCases(sessionCases);
 }
 
 CK_RV TestManager::negativeLoginTests() {
-  std::cout << "Negative Tests Part 3/3\n";
+  report << "Negative Tests Part 3/3\n";
   return runNegativeCases(loginCases);
 }
 

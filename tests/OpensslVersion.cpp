@@ -1,8 +1,7 @@
 // printOpensslVersion: the libcrypto that checks the token's work, by number and release series.
 #include <openssl/crypto.h>
 
-#include <iostream>
-
+#include "harness/Output.h"
 #include "harness/TestManager.h"
 
 namespace {
@@ -20,6 +19,6 @@ const char* releaseSeries(std::uint64_t version) {
 void TestManager::printOpensslVersion() {
   const std::uint64_t version = OpenSSL_version_num();
   // The stream stays hexadecimal: printInfo counts its slots in that base.
-  std::cout << "OpenSSL version: " << std::hex << version << std::endl;
-  std::cout << releaseSeries(version) << std::endl;
+  report << "OpenSSL version: " << std::hex << version << std::endl;
+  report << releaseSeries(version) << std::endl;
 }

@@ -1,6 +1,5 @@
 // signData: signs a message with every mechanism of every token through C_Sign and verifies it.
 // The operator sees per mechanism the message, the calls, the signature and the verdict.
-#include <iostream>
 
 #include "harness/Report.h"
 #include "harness/TestManager.h"
@@ -29,7 +28,7 @@ constexpr SigningWay singlePart{
 }  // namespace
 
 CK_RV TestManager::signData() {
-  std::cout << "Test5 - login to token and sign data...\n";
+  report << "Test5 - login to token and sign data...\n";
   return signOnTokens(&TestManager::signWithKeys, nullptr);
 }
 

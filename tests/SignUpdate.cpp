@@ -1,7 +1,6 @@
 // signUpdate: as signData, in three parts through C_SignUpdate and C_SignFinal.
 // The operator sees the same report with the calls of multi-part signing.
 #include <algorithm>
-#include <iostream>
 
 #include "harness/Report.h"
 #include "harness/TestManager.h"
@@ -35,7 +34,7 @@ constexpr SigningWay multiPart{
 }  // namespace
 
 CK_RV TestManager::signUpdate() {
-  std::cout << "Test12 - C_SignUpdate, C_SignFinal\n";
+  report << "Test12 - C_SignUpdate, C_SignFinal\n";
   return signOnTokens(&TestManager::signByUpdate, "signByUpdate");
 }
 

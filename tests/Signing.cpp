@@ -3,7 +3,6 @@
 #include <openssl/sha.h>
 
 #include <algorithm>
-#include <iostream>
 
 #include "harness/Bytes.h"
 #include "harness/Report.h"
@@ -60,14 +59,14 @@ CK_RV sign(Signing& signing, const SigningWay& way) {
 }
 
 void dumpSignature(const Signing& signing) {
-  std::cout << "\nData in buffer after signature operation: \n";
+  report << "\nData in buffer after signature operation: \n";
   hexDump(signing.signature.data(), static_cast<std::uint32_t>(signing.signatureLength));
 }
 
 }  // namespace
 
 void dumpMessage() {
-  std::cout << "\nData in buffer before signature operation: \n";
+  report << "\nData in buffer before signature operation: \n";
   hexDump(message, sizeof message);
 }
 
@@ -111,7 +110,7 @@ CK_RV TestManager::signEach(const SigningWay& way, CK_SESSION_HANDLE session,
   Signing signing(session);
   for (const CertKeyRecord& record : keysToTest(session, slotIndex)) {
     signing.key = record.privateKeyHandle;
-    std::cout << std::dec << "\n--------- Private Key Handle: " << signing.key << " ---------\n\n";
+    report << std::dec << "\n--------- Private Key Handle: " << signing.key << " ---------\n\n";
     for (const CK_MECHANISM_TYPE mechanism : mechanisms) {
       if (mechanism == CKM_RSA_PKCS_OAEP) continue;
       signing.form(mechanism);
@@ -126,7 +125,7 @@ void TestManager::signAndVerify(const SigningWay& way, Signing& signing,
   way.begin(signing);
   CK_RV result = sign(signing, way);
   if (result == CKR_USER_NOT_LOGGED_IN) {
-    std::cout << way.loginNotice;
+    report << way.loginNotice;
     loginContextSpecific(signing.session, record.slotIndex);
     signing.init();
     result = sign(signing, way);

@@ -5,8 +5,6 @@
 #include <array>
 #include <charconv>
 #include <chrono>
-#include <cstdio>
-#include <iostream>
 #include <string_view>
 #include <thread>
 
@@ -34,9 +32,9 @@ constexpr std::array<EventStep, 4> eventScript{{
 
 constexpr std::chrono::milliseconds pollPeriod{250};
 
-// The base in which standard output writes integers at the moment.
+// The base in which the report writes integers at the moment.
 int streamBase() {
-  return (std::cout.flags() & std::ios::basefield) == std::ios::hex ? 16 : 10;
+  return (report.flags() & std::ios::basefield) == std::ios::hex ? 16 : 10;
 }
 
 // A label, a number and the line end, to be written in one piece: two threads write at once.
@@ -51,9 +49,6 @@ class NumberLine {
 
   std::string_view view() const { return {text_.data(), length_}; }
 
-  // To the buffer below std::cout, whose state is not the threads' to share.
-  void write() const { std::fwrite(text_.data(), 1, length_, stdout); }
-
  private:
   std::array<char, 64> text_;
   std::size_t length_;
@@ -67,19 +62,18 @@ void sleepOutPeriod(std::chrono::system_clock::time_point start) {
   std::this_thread::sleep_for(pollPeriod - std::clamp(elapsed, milliseconds(0), pollPeriod));
 }
 
-[[noreturn]] void slotEventPoller(CK_FUNCTION_LIST* functions, int base) {
+[[noreturn]] void slotEventPoller(int base) {
   useSignalStack();
   for (unsigned calls = 1;; ++calls) {
     const auto start = std::chrono::system_clock::now();
     CK_SLOT_ID slot = 1;
-    const CK_RV result = callModule("C_WaitForSlotEvent",
-                                    functions == nullptr ? nullptr : functions->C_WaitForSlotEvent,
-                                    CKF_DONT_BLOCK, &slot, nullptr);
+    const CK_RV result = p11::C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr);
     if (result != CKR_OK && result != CKR_NO_EVENT) {
       endProgram(1, NumberLine("C_WaitForSlotEvent == ", result, base).view());
     }
     sleepOutPeriod(start);
-    NumberLine("Wait : ", calls, base).write();
+    writeReport(NumberLine("Wait : ", calls, base).view());
+    flushReport();
   }
 }
 
@@ -87,29 +81,31 @@ void sleepOutPeriod(std::chrono::system_clock::time_point start) {
 
 CK_RV TestManager::dontBlockTest() {
   CK_SLOT_ID slot = 0;
-  std::cout << "Have card inserted" << std::endl;
+  report << "Have card inserted" << std::endl;
   for (const EventStep& step : eventScript) {
-    std::cout << step.instruction << std::endl;
+    report << step.instruction << std::endl;
     const CK_RV result = p11::C_WaitForSlotEvent(step.flags, &slot, nullptr);
     requireResult(step.label, result, step.expected);
-    if (step.expected == CKR_OK) std::cout << "Slot: " << slot << std::endl;
-    if (&step != &eventScript.back()) std::cout << "\n";
+    if (step.expected == CKR_OK) report << "Slot: " << slot << std::endl;
+    if (&step != &eventScript.back()) report << "\n";
   }
   return CKR_OK;
 }
 
 void TestManager::waitTest() {
   const int base = streamBase();
+  expectInterrupt();
   expectSecondThread();
   // Neither joined nor detached, and never destroyed: this function does not return.
-  const std::thread poller(slotEventPoller, functionList, base);
+  const std::thread poller(slotEventPoller, base);
   populateSlotList();
+  batchReport();
   CK_SLOT_INFO info{};
   for (unsigned passes = 1;; ++passes) {
     for (const CK_SLOT_ID slot : slots()) {
       const CK_RV result = p11::C_GetSlotInfo(slot, &info);
       if (result != CKR_OK) endProgram(1, NumberLine("C_GetSlotInfo == ", result, base).view());
     }
-    NumberLine("C_GetSlotInfo : ", passes, base).write();
+    writeReport(NumberLine("C_GetSlotInfo : ", passes, base).view());
   }
 }

@@ -1,6 +1,5 @@
 // tokenInfoTest: drives every token into a locked user PIN, as far as the operator wants to go.
 // The operator sees the PIN flags before and after each login, and types the wrong PIN when asked.
-#include <iostream>
 
 #include "harness/Report.h"
 #include "harness/Slots.h"
@@ -24,9 +23,9 @@ constexpr PinFlag pinFlags[] = {
 bool showPinFlags(CK_SLOT_ID slot, const char* PinFlag::*wording) {
   CK_TOKEN_INFO info{};
   require(p11::C_GetTokenInfo, slot, &info);
-  std::cout << "Flags: " << info.flags << std::endl;
+  report << "Flags: " << info.flags << std::endl;
   for (const PinFlag& row : pinFlags) {
-    if ((info.flags & row.flag) != 0) std::cout << row.*wording << std::endl;
+    if ((info.flags & row.flag) != 0) report << row.*wording << std::endl;
   }
   return (info.flags & CKF_USER_PIN_LOCKED) != 0;
 }
@@ -36,8 +35,8 @@ bool showPinFlags(CK_SLOT_ID slot, const char* PinFlag::*wording) {
 void TestManager::lockUserPin(CK_SLOT_ID slot, std::uint64_t position) {
   const CK_SESSION_HANDLE session = openSession(slot);
   do {
-    std::cout << "Pin not locked" << std::endl;
-    std::cout << "Attempt to login with bad pin or press ctrl-c to exit test" << std::endl;
+    report << "Pin not locked" << std::endl;
+    report << "Attempt to login with bad pin or press ctrl-c to exit test" << std::endl;
     getPin(position);
     Pin pin = PinStore[position];
     p11::C_Login(session, CKU_USER, pin.data(), pin.length());  // to be refused
@@ -47,11 +46,11 @@ void TestManager::lockUserPin(CK_SLOT_ID slot, std::uint64_t position) {
 CK_RV TestManager::tokenInfoTest() {
   const std::optional<SlotList> list = fetchOwnSlotList();
   if (!list) return CKR_OK;
-  std::cout << "Run this test with a pin blocked card" << std::endl;
+  report << "Run this test with a pin blocked card" << std::endl;
   for (CK_ULONG i = 0; i < list->count; ++i) {
     // Always the first slot's token: reports have shown its flags for every position.
     if (showPinFlags(list->ids[0], &PinFlag::beforeLogin)) {
-      std::cout << "tokenInfoTest passed" << std::endl;
+      report << "tokenInfoTest passed" << std::endl;
     } else {
       lockUserPin(list->ids[i], i);
     }

@@ -1,7 +1,6 @@
 // The independent check of a token's work: OpenSSL verifies signatures with the public key of the
 // certificate beside the private key. The operator sees per signature what is checked and that it
 // passed; a wrong PKCS#1 v1.5 signature ends the run under a banner.
-#include <iostream>
 
 #include "harness/Openssl.h"
 #include "harness/Report.h"
@@ -40,15 +39,15 @@ bool verifyPss(EVP_MD_CTX* context, const Digest& digest, const Signature& signa
 
 [[noreturn]] void endAfterWrongSignature() {
   constexpr char rule[] = "**********************************************************\n";
-  std::cout << rule << "       SIGNATURE VERIFICATION FAILED\n" << rule;
+  report << rule << "       SIGNATURE VERIFICATION FAILED\n" << rule;
   endProgram(1);
 }
 
 void announce(const SignatureMechanism& row) {
   if (row.announcement != nullptr) {
-    std::cout << row.announcement;
+    report << row.announcement;
   } else {
-    std::cout << "Performing " << row.name << " signature verification\n";
+    report << "Performing " << row.name << " signature verification\n";
   }
 }
 
@@ -78,14 +77,14 @@ CK_RV TestManager::verifySig(CK_SESSION_HANDLE session, CK_MECHANISM_TYPE mechan
   const OpensslErrorScope errors;
   const DigestContextOwner context(EVP_MD_CTX_new());
   if (context == nullptr) {
-    std::cout << "Failed to initialize EVP_MD_CTX";
+    report << "Failed to initialize EVP_MD_CTX";
     return CKR_FUNCTION_FAILED;
   }
-  std::cout << "getting public key in openssl function\n";
+  report << "getting public key in openssl function\n";
   const KeyOwner key = getPublicKey(session, record);
   const SignatureMechanism* const row = findSignatureMechanism(mechanism);
   if (row == nullptr) {
-    std::cout << std::dec << "Mechanism (" << mechanism << ") not found\n";
+    report << std::dec << "Mechanism (" << mechanism << ") not found\n";
     return CKR_OK;
   }
   announce(*row);
@@ -96,6 +95,6 @@ CK_RV TestManager::verifySig(CK_SESSION_HANDLE session, CK_MECHANISM_TYPE mechan
     if (row->padding == Padding::pss) return CKR_FUNCTION_FAILED;
     endAfterWrongSignature();
   }
-  std::cout << row->name << " signature verification passed\n";
+  report << row->name << " signature verification passed\n";
   return CKR_OK;
 }

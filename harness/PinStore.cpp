@@ -1,18 +1,15 @@
 // PINs by slot position: from "-pw", or from the operator's terminal.
-#include <openssl/crypto.h>
-
-#include <array>
 #include <cstring>
-#include <iostream>
 
 #include "harness/Report.h"
+#include "harness/Signals.h"
 #include "harness/Terminal.h"
 #include "harness/TestManager.h"
 
 void TestManager::setPin(const char* pin, std::uint64_t position) {
   const std::size_t length = std::strlen(pin);
   if (length > maxPinLength) {
-    std::cout << "pin length greater than " << std::dec << maxPinLength << "exiting program";
+    report << "pin length greater than " << std::dec << maxPinLength << "exiting program";
     endProgram(-1);
   }
   if (PinStore.size() <= position) PinStore.resize(position + 1);
@@ -21,19 +18,23 @@ void TestManager::setPin(const char* pin, std::uint64_t position) {
 
 void TestManager::getPin(std::uint64_t position) {
   if (position < PinStore.size()) {
-    std::cout << "Using Pin entered in previous test\n";
+    report << "Using Pin entered in previous test\n";
     return;
   }
   PinStore.resize(position + 1);
-  std::array<char, Pin::maxLength> typed{};
-  std::cout << std::dec << "Enter PIN for the card in slot " << position
-            << " (max length = " << maxPinLength << "): ";
-  if (!debug) echoOff();
-  std::cout << std::flush;  // after that, so that not even a PIN typed at once is echoed
-  readLine(typed.data(), typed.size());
+  Pin typed;
+  const auto text = reinterpret_cast<char*>(typed.data());
+  report << std::dec << "Enter PIN for the card in slot " << position
+         << " (max length = " << maxPinLength << "): ";
+  const SignalsMet signals;
+  if (!debug && !echoOff()) {
+    sayError({"Error getting terminal attributes\n"});
+    endProgram(-1);
+  }
+  flushReport();  // after that, so that not even a PIN typed at once is echoed
+  readLine(text, Pin::maxLength);
   if (!debug) echoOn();
-  setPin(typed.data(), position);
-  OPENSSL_cleanse(typed.data(), typed.size());
+  setPin(text, position);
 }
 
 // Each login hands the module a copy: what it writes over a PIN is not what the next test tries.

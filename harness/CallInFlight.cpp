@@ -1,0 +1,5 @@
+#include "harness/CallInFlight.h"
+
+constinit thread_local std::atomic<const char*> CallInFlight::current = nullptr;
+
+std::atomic<const char*>* CallInFlight::first = nullptr;

@@ -1,0 +1,104 @@
+#include "harness/ProcessEnd.h"
+
+#include <pthread.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+
+#include "harness/CallInFlight.h"
+#include "harness/Output.h"
+#include "harness/Pin.h"
+#include "harness/Terminal.h"
+
+namespace {
+
+std::atomic<bool> secondThread = false;
+std::atomic<bool> watching = false;
+std::atomic<pthread_t> endingThread = 0;
+std::atomic<int> ownStatus = 0;
+
+// Past every exit handler and past _exit() below.
+[[noreturn]] void endNow(int status) {
+  for (;;) syscall(SYS_exit_group, status);
+}
+
+void nameForeignEnd() {
+  const char* const call = CallInFlight::name();
+  const char* const first = CallInFlight::nameOnWatchedThread();
+  if (call != nullptr) {
+    putError({"kestrel: ", CallInFlight::owner(call), call, "() ended the process\n"});
+  } else if (CallInFlight::onWatchedThread()) {
+    putError({"kestrel: the process was ended outside any call into the module\n"});
+  } else if (first != nullptr) {
+    putError({"kestrel: another thread ended the process during ", CallInFlight::owner(first),
+              first, "()\n"});
+  } else {
+    putError({"kestrel: another thread ended the process outside any call into the module\n"});
+  }
+}
+
+// Says no to an end of the process with `status`, unless it is kestrel's own or that of a process
+// that the module forked. A module's exit handler cannot change kestrel's status.
+void refuse(int status) {
+  if (!watching || !isOwnProcess()) return;
+  if (endingThread == pthread_self()) {
+    if (status != ownStatus) endNow(ownStatus);
+    return;
+  }
+  nameForeignEnd();
+  tidyUp();
+  endNow(1);
+}
+
+}  // namespace
+
+void endProgram(int status, std::string_view lastLine) {
+  pthread_t nobody = 0;
+  if (!endingThread.compare_exchange_strong(nobody, pthread_self())) {
+    if (nobody == pthread_self()) endNow(1);
+    for (;;) pause();
+  }
+  CallInFlight::forget();
+  restoreEcho();
+  Pin::wipeAll();
+  ownStatus = finishReport(lastLine) ? status & 0xff : 1;
+  if (secondThread) endNow(ownStatus);
+  std::exit(ownStatus);
+}
+
+void expectSecondThread() {
+  secondThread = true;
+}
+
+void settleReport() {
+  if (reportIsDue()) flushReport();
+}
+
+void flushReport() {
+  if (!sendReport()) endProgram(1);
+}
+
+void refuseForeignEnds() {
+  watching = true;
+  on_exit([](int status, void*) { refuse(status & 0xff); }, nullptr);  // runs last of all
+  at_quick_exit([] { refuse(-1); });
+}
+
+void tidyUp() {
+  restoreEcho();
+  Pin::wipeAll();
+  salvageReport();
+}
+
+// These take the place of the C library's, which run no handler at all: a module that calls them
+// would end the run in silence, with a status of its choice.
+extern "C" void _exit(int status) {
+  refuse(status & 0xff);
+  endNow(status);
+}
+
+extern "C" void _Exit(int status) noexcept {
+  _exit(status);
+}
