@@ -61,12 +61,20 @@ void release() {
   holder.notify_one();
 }
 
+// Nothing for a thread that holds the report already: the one that finished it.
 class Turn {
  public:
-  Turn() { hold(); }
-  ~Turn() { release(); }
+  Turn() : taken_(holder != pthread_self()) {
+    if (taken_) hold();
+  }
+  ~Turn() {
+    if (taken_) release();
+  }
   Turn(const Turn&) = delete;
   Turn& operator=(const Turn&) = delete;
+
+ private:
+  bool taken_;
 };
 
 // Whether a write that failed is worth another attempt.
@@ -193,10 +201,16 @@ void sendForeignText() {
   const bool separate = std::cout.rdbuf() != sharedBuffer;
   if (!separate && (stdout == nullptr || __fpending(stdout) == 0)) return;
   sendReport();
+  if (stdoutIsHeld()) return;
   if (separate) std::cout.flush();
-  if (stdout == nullptr || ftrylockfile(stdout) != 0) return;  // somebody keeps it for good
-  std::fflush(stdout);
+  if (stdout != nullptr) std::fflush(stdout);
+}
+
+bool stdoutIsHeld() {
+  if (stdout == nullptr) return false;
+  if (ftrylockfile(stdout) != 0) return true;
   funlockfile(stdout);
+  return false;
 }
 
 void putError(std::initializer_list<std::string_view> pieces) {

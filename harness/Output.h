@@ -43,6 +43,9 @@ void salvageReport();
 // Writes what the module left in the buffers of stdout and std::cout, so that it keeps its place.
 void sendForeignText();
 
+// Whether a thread of the module holds stdout: whoever flushes it waits, perhaps for ever.
+bool stdoutIsHeld();
+
 // Writes a message to standard error in one piece; for handlers too.
 void putError(std::initializer_list<std::string_view> pieces);
 

@@ -40,11 +40,12 @@ void nameForeignEnd() {
 }
 
 // Says no to an end of the process with `status`, unless it is kestrel's own or that of a process
-// that the module forked. A module's exit handler cannot change kestrel's status.
+// that the module forked. A module's exit handler cannot change kestrel's status, and what runs after
+// this may flush stdout.
 void refuse(int status) {
   if (!watching || !isOwnProcess()) return;
   if (endingThread == pthread_self()) {
-    if (status != ownStatus) endNow(ownStatus);
+    if (status != ownStatus || stdoutIsHeld()) endNow(ownStatus);
     return;
   }
   nameForeignEnd();
@@ -82,7 +83,7 @@ void flushReport() {
 
 void refuseForeignEnds() {
   watching = true;
-  on_exit([](int status, void*) { refuse(status & 0xff); }, nullptr);  // runs last of all
+  on_exit([](int status, void*) { refuse(status & 0xff); }, nullptr);  // behind atexit()
   at_quick_exit([] { refuse(-1); });
 }
 

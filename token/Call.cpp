@@ -1,12 +1,10 @@
 #include "token/Call.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <csignal>
 #include <cstdlib>
 #include <fstream>
-#include <stdexcept>
+
+#include "token/Harm.h"
 
 namespace {
 
@@ -31,31 +29,6 @@ std::string textOrHex(const CK_BYTE* bytes, CK_ULONG count) {
     return hex(bytes, count);
   }
   return std::string("'").append(bytes, bytes + count).append("'");
-}
-
-// Deeper and deeper, in a way that no compiler turns into a loop or warns of.
-int overflow(volatile int* above);
-int (*volatile deeper)(volatile int*) = overflow;
-
-int overflow(volatile int* above) {
-  volatile int here[1024] = {};
-  here[0] = *above + 1;
-  return deeper(here) + here[0];
-}
-
-CK_ULONG valueOf(const std::string& value) {
-  if (value == "segv") raise(SIGSEGV);
-  if (value == "abort") std::abort();
-  if (value == "exit") std::exit(0);
-  if (value == "throw") throw std::runtime_error("thrown by the token");
-  if (value == "hang") {
-    for (;;) pause();
-  }
-  if (value == "overflow") {
-    volatile int start = 0;
-    return static_cast<CK_ULONG>(overflow(&start));
-  }
-  return std::stoul(value, nullptr, 0);
 }
 
 const std::string* overrideOf(const std::string& name, const std::string& suffix) {
@@ -130,16 +103,16 @@ Token& token() {
 
 namespace {
 
-void dieAs(const std::string& directive) {
-  if (const std::string* death = overrideOf(directive, "")) valueOf(*death);
+void harmAt(const std::string& directive) {
+  if (const std::string* harm = overrideOf(directive, "")) doHarm(*harm);
 }
 
 // The module's own constructor and destructor.
 __attribute__((constructor)) void load() {
-  dieAs("load");
+  harmAt("load");
 }
 __attribute__((destructor)) void unload() {
-  dieAs("unload");
+  harmAt("unload");
 }
 
 }  // namespace
@@ -150,7 +123,7 @@ Call::Call(const char* name, std::initializer_list<Argument> arguments,
   ++::token().calls[name_];
   record(name_, arguments);
   if (const std::string* value = overrideOf(name_, "")) {
-    answer(valueOf(*value));
+    if (!doHarm(*value)) answer(std::stoul(*value, nullptr, 0));
   } else if (chance()) {
     answer(pick(randomAnswers));
   } else if (!early && !::token().initialized) {

@@ -78,7 +78,7 @@ void addCertificate(Slot& slot, const std::string& value) {
 }
 
 constexpr std::string_view moduleNames =
-    " log library version nolist null random eventfile load unload ";
+    " log library version nolist badlist null random eventfile load unload ";
 constexpr std::string_view slotNames =
     " empty flags description manufacturer label maker model pin tries setpin mechanisms key"
     " certificate handles spoil pad hold ";

@@ -8,13 +8,18 @@
 //   log=FILE                 append every call with its arguments to FILE
 //   library=TEXT             library description
 //   version=MAJOR.MINOR      library version
-//   nolist                   C_GetFunctionList answers CKR_OK with a null list
+//   nolist, badlist          C_GetFunctionList answers CKR_OK with a null list, or one that cannot
+//                            be read
 //   null=C_X                 the list's entry for C_X is null
 //   C_X=RV, C_X#N=RV         every call, or the N-th call, of C_X answers RV (0x... or decimal) and
-//                            does nothing else; instead of RV a way to die: segv, abort, exit,
-//                            hang, throw, overflow
+//                            does nothing else; or does a HARM instead, and then its work
 //   C_X.out=V, C_X#N.out=V   C_X does its work, then every count or length that it returns is V
-//   load=DEATH, unload=DEATH dies when it is loaded, or when it is unloaded or the process ends
+//   load=HARM, unload=HARM   when it is loaded, or when it is unloaded or the process ends
+//                            HARM: segv, trap, alarm, abort, throw, overflow, hang; exit, _exit,
+//                            quick_exit (with 0); reset, block (the signals); print (unflushed);
+//                            badbit, unsync, fclose, lock (standard output's streams); return
+//                            (none). thread:HARM on another thread, child:HARM in a forked child,
+//                            later:HARM on a thread, but only when there is a file "now"
 //   random=SEED              answers, counts, lengths and texts drawn at random
 //   event=ID@MS              a slot event for slot ID, MS milliseconds after the one before
 //   eventfile=FILE           a slot event for slot 1 whenever FILE is there (it is taken away)

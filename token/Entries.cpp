@@ -275,5 +275,6 @@ __attribute__((visibility("default"))) CK_RV C_GetFunctionList(CK_FUNCTION_LIST*
   ENTRIES(FILL)
 #undef FILL
   *list = token().config.settings.has("nolist") ? nullptr : &functions;
+  if (token().config.settings.has("badlist")) *list = reinterpret_cast<CK_FUNCTION_LIST*>(1 << 12);
   return CKR_OK;
 }

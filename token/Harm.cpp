@@ -1,0 +1,115 @@
+#include "token/Harm.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <stdexcept>
+#include <thread>
+
+namespace {
+
+// Deeper and deeper, in a way that no compiler turns into a loop or warns of.
+int overflow(volatile int* above);
+int (*volatile deeper)(volatile int*) = overflow;
+
+int overflow(volatile int* above) {
+  volatile int here[1024] = {};
+  here[0] = *above + 1;
+  return deeper(here) + here[0];
+}
+
+void overflowTheStack() {
+  volatile int start = 0;
+  overflow(&start);
+}
+
+[[noreturn]] void hang() {
+  for (;;) pause();
+}
+
+void resetSignals() {
+  for (int number = 1; number < NSIG; ++number) std::signal(number, SIG_DFL);
+}
+
+void blockSignals() {
+  sigset_t all;
+  sigfillset(&all);
+  sigprocmask(SIG_BLOCK, &all, nullptr);
+}
+
+// Into the buffers of both, whatever these are.
+void print() {
+  std::printf("printed by the token\n");
+  std::cout << "streamed by the token\n";
+}
+
+constexpr struct {
+  const char* name;
+  void (*harm)();
+} harms[] = {
+    {"segv", [] { raise(SIGSEGV); }},
+    {"trap", [] { raise(SIGTRAP); }},
+    {"alarm", [] { raise(SIGALRM); }},
+    {"abort", [] { std::abort(); }},
+    {"exit", [] { std::exit(0); }},
+    {"_exit", [] { _exit(0); }},
+    {"quick_exit", [] { std::quick_exit(0); }},
+    {"throw", [] { throw std::runtime_error("thrown by the token"); }},
+    {"overflow", overflowTheStack},
+    {"hang", hang},
+    {"reset", resetSignals},
+    {"block", blockSignals},
+    {"print", print},
+    {"badbit", [] { std::cout.setstate(std::ios::badbit); }},
+    {"unsync", [] { std::ios::sync_with_stdio(false); }},
+    {"fclose", [] { std::fclose(stdout); }},
+    {"lock", [] { flockfile(stdout); }},
+    {"return", [] {}},
+};
+
+// On a thread of the token's own, while the call waits for it.
+void onThread(const std::string& name) {
+  std::thread([&name] { doHarm(name); }).join();
+}
+
+// Likewise, but the call goes on, and the thread waits for the file "now".
+void later(const std::string& name) {
+  std::thread([name] {
+    while (access("now", F_OK) != 0) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    doHarm(name);
+  }).detach();
+}
+
+// In a child, which goes on as the caller if the harm lets it, while the parent waits for its end.
+void inChild(const std::string& name) {
+  const pid_t child = fork();
+  if (child == 0) {
+    doHarm(name);
+  } else {
+    waitpid(child, nullptr, 0);
+  }
+}
+
+constexpr struct {
+  std::string_view prefix;
+  void (*run)(const std::string& name);
+} places[] = {{"thread:", onThread}, {"later:", later}, {"child:", inChild}};
+
+}  // namespace
+
+bool doHarm(const std::string& name) {
+  for (const auto& place : places) {
+    if (!name.starts_with(place.prefix)) continue;
+    place.run(name.substr(place.prefix.size()));
+    return true;
+  }
+  const auto* found = std::ranges::find(harms, name, [](const auto& row) { return row.name; });
+  if (found == std::end(harms)) return false;
+  found->harm();
+  return true;
+}

@@ -1,0 +1,8 @@
+// What the software token does to the process that loaded it, when it is told to.
+#pragma once
+
+#include <string>
+
+// Does the harm of that name (see Config.h). Returns false for a name that it does not know; true
+// if the process lives on.
+bool doHarm(const std::string& name);
