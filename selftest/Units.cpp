@@ -1,13 +1,20 @@
 // What is quicker to try function by function than through a whole run.
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <csignal>
 #include <cstring>
 #include <vector>
 
 #include "harness/Bytes.h"
 #include "harness/Output.h"
 #include "harness/Pin.h"
+#include "harness/Signals.h"
 
 namespace {
 
@@ -64,6 +71,24 @@ TEST(Units, EveryPinIsWipedAtTheEnd) {
   for (Pin* pin : {&store[0], &store[1], &store.back(), &copy}) {
     EXPECT_EQ(std::count(pin->data(), pin->data() + Pin::maxLength + 1, 0), 32);
   }
+}
+
+// The PIN lies where the parent sees what the child left of it.
+TEST(Units, NoCoreFileHoldsAPin) {
+  void* const shared =
+      mmap(nullptr, sizeof(Pin), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  Pin* const pin = new (shared) Pin("12345678");
+  const pid_t child = fork();
+  if (child == 0) {
+    installSignalHandlers();
+    setrlimit(RLIMIT_CORE, std::array<rlimit, 1>{}.data());
+    raise(SIGQUIT);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(WTERMSIG(status), SIGQUIT);
+  EXPECT_EQ(std::count(pin->data(), pin->data() + Pin::maxLength + 1, 0), 32);
+  pin->~Pin();
 }
 
 }  // namespace

@@ -20,10 +20,26 @@ constexpr int maxKeyBytes = 2048;
 
 constexpr CK_RV messageTooLong = ~CK_RV{0};
 
+// The modulus and exponent of a key that its certificate keeps for RSASSA-PSS; null for other keys.
+KeyOwner plainRsaKey(EVP_PKEY* key) {
+  if (EVP_PKEY_is_a(key, "RSA-PSS") == 0) return nullptr;
+  OSSL_PARAM* parameters = nullptr;
+  EVP_PKEY_todata(key, EVP_PKEY_PUBLIC_KEY, &parameters);
+  const KeyContextOwner context(EVP_PKEY_CTX_new_from_name(nullptr, "RSA", nullptr));
+  EVP_PKEY* plain = nullptr;
+  if (context != nullptr && EVP_PKEY_fromdata_init(context.get()) == 1) {
+    EVP_PKEY_fromdata(context.get(), &plain, EVP_PKEY_PUBLIC_KEY, parameters);
+  }
+  OSSL_PARAM_free(parameters);
+  return KeyOwner(plain);
+}
+
 // Encrypts with the RSA key of a certificate; empty when OpenSSL will not, be it that the
 // certificate has no key or one of another kind.
 std::vector<CK_BYTE> encrypt(EVP_PKEY* key, int padding, std::string_view text) {
   const OpensslErrorScope errors;
+  const KeyOwner plain = plainRsaKey(key);
+  if (plain != nullptr) key = plain.get();
   const KeyContextOwner context(EVP_PKEY_CTX_new_from_pkey(nullptr, key, nullptr));
   const int size = EVP_PKEY_get_size(key);
   if (context == nullptr || size <= 0 || size > maxKeyBytes ||

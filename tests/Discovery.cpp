@@ -11,8 +11,8 @@
 namespace {
 
 // More keys than any token holds, and more bytes of certificates: who reports them never ends.
-constexpr std::size_t maxPrivateKeys = std::size_t{1} << 16;
-constexpr CK_ULONG maxCertificateBytes = CK_ULONG{32} << 20;
+constexpr std::size_t maxPrivateKeys = std::size_t{1} << 20;
+constexpr CK_ULONG maxCertificateBytes = CK_ULONG{1} << 30;
 
 constexpr SearchNames searchNames{"Find objects init", "Find objects", "Find objects final"};
 

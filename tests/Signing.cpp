@@ -54,6 +54,7 @@ void queryLength(Signing& signing, const SigningWay& way) {
 CK_RV sign(Signing& signing, const SigningWay& way) {
   way.feed(signing);
   queryLength(signing, way);
+  std::ranges::fill(signing.signature, CK_BYTE{0});  // nothing of the one before
   const CK_RV result = way.output(signing, signing.signature.data());
   return ifSane(result, signing.signatureLength <= signing.signature.size());
 }

@@ -34,7 +34,7 @@
 //                            a key pair (the first one replaces the default; "none" leaves the
 //                            token empty). context: wants a context-specific login once per
 //                            operation; always: refuses even then. NAME: rsa2048a, rsa2048b,
-//                            rsa4096
+//                            rsa4096; and rsapss for a certificate of rsa2048a
 //   certificate=NAME[,LABEL] one more certificate; NAME also ec256, empty, garbage, or a number of
 //                            bytes
 //   handles=N                handle of the first object
