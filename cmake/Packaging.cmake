@@ -16,6 +16,9 @@ endfunction()
 
 install(TARGETS kestrel RUNTIME)
 install_compressed(doc/kestrel.1 kestrel.1.gz ${CMAKE_INSTALL_MANDIR}/man1)
+if(KESTREL_SOFTWARE_TOKEN)
+  install_compressed(doc/kestrel-token.7 kestrel-token.7.gz ${CMAKE_INSTALL_MANDIR}/man7)
+endif()
 install_compressed(doc/changelog.debian changelog.gz ${CMAKE_INSTALL_DOCDIR})
 install(FILES doc/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES completion/kestrel.bash RENAME kestrel
