@@ -40,6 +40,8 @@ proposals '' | sort > proposed
 same completion arguments proposed
 [ "$(proposals -d wait)" = waitTest ]
 [ -z "$(proposals -pw l)" ]
+touch 'pin file'
+[ "$(proposals -d login '<' pin)" = 'pin file' ]
 
 for directive in $(sed -n '/Names =$/,/;/s/.*" \(.*\)".*/\1/p' "$source/token/Config.cpp"); do
   grep -q "^\.It.* *Cm $directive\>" "$source/doc/kestrel-token.7" ||
