@@ -67,6 +67,15 @@ struct ModuleResult {
   std::string name;  // tells it from the other modules of the run
   std::string path;  // its real path
   std::vector<TestResult> tests;
+
+  const TestResult* find(const std::string& test) const;  // null if there is none
+};
+
+// A test against the same one of an earlier run.
+struct Change {
+  enum Kind { same, fixed, broken, changed } kind = same;
+  std::string module, test;
+  std::string difference;  // of outcome and report, as a unified diff; empty for `same`
 };
 
 struct Results {
@@ -74,13 +83,19 @@ struct Results {
   std::string started;  // ISO 8601, with the offset from UTC
   bool interrupted = false;
   std::vector<ModuleResult> modules;
+  std::optional<std::vector<Change>> changes;  // of every test, when there is a baseline
 
+  std::vector<std::string> testNames() const;  // of all modules, each once, in their order
   bool allPassed() const;
+  bool acceptable() const;  // status 0: all passed or, with a baseline, nothing broken or changed
 };
 
 // "passed", "not run", "nothing tested", "failed", "could not load", "crashed", "hung".
 const char* outcomeName(Outcome outcome);
+// "same", "fixed", "broken", "changed".
+const char* changeName(Change::Kind kind);
 
 // What stands behind the outcome in every format: the reason, the waivers used as
 // "waived: length-query (10)", "49 of 50 passed" with --repeat; parts are joined by ", ".
 std::string outcomeDetail(const TestResult& test);
+std::string outcomeDetail(const Run& run);  // of one run
