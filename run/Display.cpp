@@ -71,9 +71,11 @@ void Display::finished(const TestResult& test) {
   if (quiet_ && test.passedRuns() == test.runs.size()) return;
   if (!heading_.empty()) print(std::exchange(heading_, ""));
   const std::string detail = outcomeDetail(test);
-  print(fmt::format("{}  {:<{}}  {:>5} calls  {:>7.3f} s{}{}", painted(run.outcome, outcomeWidth),
-                    test.name, testWidth, run.calls.size(), test.seconds(),
-                    detail.empty() ? "" : "  ", visible(detail)));
+  const std::string cost =
+      run.exitStatus < 0 ? ""
+                         : fmt::format("{:>5} calls  {:>7.3f} s", run.calls.size(), test.seconds());
+  print(fmt::format("{}  {:<{}}  {:22}  {}", painted(run.outcome, outcomeWidth), test.name,
+                    testWidth, cost, visible(detail)));
 }
 
 void Display::finish(const Results& results, double seconds) {
