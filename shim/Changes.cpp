@@ -220,7 +220,11 @@ CK_RV listSlots(CK_BBOOL tokenPresent, CK_SLOT_ID* list, CK_ULONG* count) {
     return ask(&CK_FUNCTION_LIST::C_GetSlotList, tokenPresent, ids, number);
   };
   if (!shim.settings.token) return askFor(list, count);
-  return listFiltered(list, count, askFor, isShown);
+  const CK_RV result = listFiltered(list, count, askFor, isShown);
+  if (result == CKR_OK && *count == 0) {
+    std::fputs("kestrel-shim: no token matches KESTREL_SHIM_TOKEN\n", stderr);
+  }
+  return result;
 }
 
 CK_RV listMechanisms(CK_SLOT_ID slot, CK_MECHANISM_TYPE* list, CK_ULONG* count) {

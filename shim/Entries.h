@@ -4,6 +4,8 @@
 // word that ends in '*' is shown as an address alone: an array that the module fills.
 #pragma once
 
+#include <iterator>
+
 #include "harness/Pkcs11.h"
 
 template <typename... Parameters>
@@ -96,10 +98,12 @@ namespace entries {
 KESTREL_SHIM_ENTRIES(KESTREL_SHIM_ENTRY)
 #undef KESTREL_SHIM_ENTRY
 
-#define KESTREL_SHIM_COUNT(function, words) +1
-static_assert(sizeof(CK_FUNCTION_LIST) ==
-                  (2 KESTREL_SHIM_ENTRIES(KESTREL_SHIM_COUNT)) * sizeof(void*),
-              "an entry is missing");  // 2: the version and C_GetFunctionList
-#undef KESTREL_SHIM_COUNT
+#define KESTREL_SHIM_NAME(function, words) #function,
+inline constexpr const char* names[] = {KESTREL_SHIM_ENTRIES(KESTREL_SHIM_NAME)};
+#undef KESTREL_SHIM_NAME
+
+// The version and C_GetFunctionList are the rest.
+static_assert(sizeof(CK_FUNCTION_LIST) == (std::size(names) + 2) * sizeof(void*),
+              "an entry is missing");
 
 }  // namespace entries

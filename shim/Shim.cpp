@@ -102,10 +102,13 @@ auto wrapperOf(CK_RV (*CK_FUNCTION_LIST::* /*member*/)(Parameters...)) {
   };
 }
 
+// Where there is nothing to change and no trace to write, the module's own function stays.
 void wrap(CK_FUNCTION_LIST& list) {
-#define KESTREL_SHIM_WRAP(function, words) \
-  if (list.function != nullptr)            \
-    list.function = wrapperOf<entries::function>(&CK_FUNCTION_LIST::function);
+  const bool all = shim.trace.isOpen();
+#define KESTREL_SHIM_WRAP(function, words)                                     \
+  if (list.function != nullptr && (all || changes.function != nullptr)) {      \
+    list.function = wrapperOf<entries::function>(&CK_FUNCTION_LIST::function); \
+  }
   KESTREL_SHIM_ENTRIES(KESTREL_SHIM_WRAP)
 #undef KESTREL_SHIM_WRAP
   if (list.C_GetFunctionList != nullptr) list.C_GetFunctionList = C_GetFunctionList;
