@@ -16,13 +16,13 @@ bool isHexDigit(char character) {
 
 // The number of bytes up to the end of a line of a dump; 0 if the line is none.
 std::size_t dumpedBytes(std::string_view line) {
-  constexpr std::size_t digits = 8;
+  constexpr std::size_t digits = 8, group = 3, groups = 16;
   if (line.size() < digits + 2 || line.substr(digits, 2) != ": " ||
       !std::all_of(line.begin(), line.begin() + digits, isHexDigit)) {
     return 0;
   }
   std::size_t bytes = std::stoul(std::string(line.substr(0, digits)), nullptr, 16);
-  for (std::size_t at = digits + 2; at + 1 < line.size() && at < digits + 2 + 16 * 3; at += 3) {
+  for (std::size_t i = 0, at = digits + 2; i < groups && at + 1 < line.size(); ++i, at += group) {
     if (isHexDigit(line[at]) && isHexDigit(line[at + 1])) ++bytes;
   }
   return bytes;
