@@ -1,0 +1,91 @@
+#include "run/Options.h"
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <system_error>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::vector<const Test*> selectTests(const std::vector<std::string>& names) {
+  std::vector<const Test*> selected;
+  const auto add = [&selected](const Test* test) {
+    if (std::ranges::find(selected, test) == selected.end()) selected.push_back(test);
+  };
+  for (const std::string& name : names) {
+    if (name != "all") add(findTest(name));
+    for (const Test& test : tests) {
+      if (name == "all" && test.inAll) add(&test);
+    }
+  }
+  return selected;
+}
+
+std::string knownTest(const std::string& name) {
+  return name == "all" || findTest(name) != nullptr ? "" : "no test matches '" + name + "'";
+}
+
+// Where kestrel runs the folder is another one.
+fs::path programAt(const std::string& path) {
+  if (access(path.c_str(), X_OK) != 0) {
+    throw std::system_error(errno, std::generic_category(), path);
+  }
+  return fs::absolute(path);
+}
+
+}  // namespace
+
+CommandLine readCommandLine(int argc, char** argv) {
+  CommandLine line;
+  Options& options = line.options;
+  std::vector<std::string> names{"all"}, modules;
+  std::string kestrel;
+  CLI::App app("Runs the tests of kestrel on PKCS#11 modules and says what came of each.",
+               "kestrel-run");
+  app.set_version_flag("-V,--version", "kestrel-run " KESTREL_VERSION);
+  app.add_option("-t,--test", names, "Run this test (repeatable; default: the twelve of \"all\")")
+      ->type_name("NAME")
+      ->allow_extra_args(false)
+      ->check(CLI::Validator(knownTest, ""));
+  app.add_flag("-a,--every-key", options.everyKey, "Hand \"-a\" to kestrel");
+  app.add_option("--pin-file", options.pinFile,
+                 "PINs, a line each, from slot position 0 on; an empty line for none")
+      ->type_name("FILE");
+  app.add_option("--timeout", options.timeout, "Of one test (default 120, 0 for none)")
+      ->check(CLI::Range(0.0, 1e6))
+      ->type_name("SECONDS");
+  app.add_option("--repeat", options.repeat, "Run each test N times")
+      ->check(CLI::Range(1u, 1000000u))
+      ->type_name("N");
+  app.add_option("--between", options.between, "Run by the shell after each test")
+      ->type_name("COMMAND");
+  app.add_option("-o,--out", options.out, "Keep every report, and the results as results.json")
+      ->type_name("DIR");
+  app.add_option("--baseline", options.baseline, "Compare with an earlier --out")->type_name("DIR");
+  const auto file = [&app](const char* name, std::string& path, const char* text) {
+    app.add_option(name, path, text)->type_name("FILE");
+  };
+  file("--junit", options.junit, "Write JUnit XML (\"-\" is standard output, also below)");
+  file("--json", options.json, "Write the results as JSON");
+  file("--markdown", options.markdown, "Write the table as Markdown");
+  file("--html", options.html, "Write a page to look at");
+  app.add_option("--kestrel", kestrel,
+                 "The kestrel to run (default: beside kestrel-run, then PATH)")
+      ->type_name("PATH");
+  app.add_flag("-q,--quiet", options.quiet, "Show only what did not pass, and the totals");
+  app.add_option("module", modules, "Default: the software token")->type_name("[NAME=]MODULE");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    line.status = app.exit(error) == 0 ? 0 : 2;
+    return line;
+  }
+  options.tests = selectTests(names);
+  options.kestrel = kestrel.empty() ? findKestrel() : programAt(kestrel);
+  options.ownToken = modules.empty();
+  options.modules = modules.empty() ? std::vector{softwareToken()} : nameModules(modules);
+  return line;
+}

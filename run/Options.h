@@ -1,0 +1,33 @@
+// The command line of kestrel-run.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "run/Modules.h"
+#include "run/Tests.h"
+
+struct Options {
+  std::vector<const Test*> tests;
+  std::vector<NamedModule> modules;
+  bool ownToken = false;  // no module was named: it is the software token
+  bool everyKey = false;
+  std::string pinFile;   // empty for none
+  double timeout = 120;  // seconds, of one test; 0 for none
+  unsigned repeat = 1;
+  std::string between;                      // a shell command; empty for none
+  std::string out, baseline;                // folders; empty for none
+  std::string junit, json, markdown, html;  // files; "-" is standard output; empty for none
+  std::filesystem::path kestrel;
+  bool quiet = false;
+};
+
+// What the command line asks for; an exit status instead when nothing is to be run: 0 after help
+// and version, 2 after wrong usage. Throws std::runtime_error for what is not there.
+struct CommandLine {
+  std::optional<int> status;
+  Options options;
+};
+
+CommandLine readCommandLine(int argc, char** argv);

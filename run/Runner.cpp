@@ -1,0 +1,185 @@
+#include "run/Runner.h"
+
+#include <fmt/format.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <ctime>
+#include <set>
+
+#include "run/Outcome.h"
+#include "run/Process.h"
+#include "run/Report.h"
+#include "run/Text.h"
+
+namespace {
+
+Run notRun(std::string reason) {
+  Run run;
+  run.reason = std::move(reason);
+  run.exitStatus = -1;
+  return run;
+}
+
+std::string now() {
+  const std::time_t time = std::time(nullptr);
+  std::tm local{};
+  localtime_r(&time, &local);
+  char text[32];
+  const std::size_t length = std::strftime(text, sizeof text, "%FT%T%z", &local);
+  const std::string_view all(text, length);
+  // +0200 is no ISO 8601.
+  return fmt::format("{}:{}", all.substr(0, length - 2), all.substr(length - 2));
+}
+
+class Runner {
+ public:
+  Runner(const Options& options, Pins& pins, Interrupt& interrupt, Terminal* terminal,
+         Display& display)
+      : options_(options),
+        pins_(pins),
+        interrupt_(interrupt),
+        terminal_(terminal),
+        display_(display) {}
+
+  Results run();
+
+ private:
+  void runModule(const NamedModule& module);
+  TestResult runTest(const Test& test);
+  Run runOnce(const Test& test, unsigned number);
+  std::string whyNot(const Test& test) const;
+  Ended startKestrel(const Test& test);
+  void learn(const Test& test, const Run& run, const std::vector<std::uint64_t>& answered);
+  PinAnswer answerPrompt(std::uint64_t position);
+  void runBetween();
+
+  const Options& options_;
+  Pins& pins_;
+  Interrupt& interrupt_;
+  Terminal* terminal_;
+  Display& display_;
+  Results results_;
+  // Of the module that is run:
+  const NamedModule* module_ = nullptr;
+  std::string bar_;                   // why nothing logs in any more
+  std::set<std::uint64_t> accepted_;  // slot positions whose PIN opened the token
+};
+
+Results Runner::run() {
+  results_.started = now();
+  for (const NamedModule& module : options_.modules) {
+    if (interrupt_.count() == 0) runModule(module);
+  }
+  results_.interrupted = interrupt_.count() > 0;
+  return std::move(results_);
+}
+
+void Runner::runModule(const NamedModule& module) {
+  module_ = &module;
+  bar_.clear();
+  accepted_.clear();
+  results_.modules.push_back({module.name, module.path, {}});
+  display_.beginModule(results_.modules.back(), options_.modules.size() > 1);
+  for (const Test* test : options_.tests) {
+    if (interrupt_.count() > 0) return;
+    results_.modules.back().tests.push_back(runTest(*test));
+    display_.finished(results_.modules.back().tests.back());
+  }
+}
+
+TestResult Runner::runTest(const Test& test) {
+  TestResult result{std::string(test.name), {}};
+  for (unsigned number = 1; number <= options_.repeat; ++number) {
+    result.runs.push_back(runOnce(test, number));
+    if (interrupt_.count() > 0) break;
+  }
+  return result;
+}
+
+Run Runner::runOnce(const Test& test, unsigned number) {
+  if (std::string reason = whyNot(test); !reason.empty()) return notRun(std::move(reason));
+  if (!test.byOperator) display_.beginTest(test.name, number, options_.repeat);
+  Ended ended = startKestrel(test);
+  const std::vector<std::uint64_t> answered = ended.answered;
+  Run run = judge(test, std::move(ended), options_.timeout);
+  if (test.logsIn) learn(test, run, answered);
+  for (std::string* text : {&run.report, &run.errors, &run.reason}) pins_.removeFrom(*text);
+  if (results_.kestrelVersion.empty()) {
+    const auto version = lastAfter(linesOf(run.report), "kestrel version: ");
+    if (version) results_.kestrelVersion = version->substr(0, version->find(' '));
+  }
+  if (!options_.between.empty() && interrupt_.count() == 0) runBetween();
+  return run;
+}
+
+std::string Runner::whyNot(const Test& test) const {
+  if (test.logsIn && !bar_.empty()) return bar_;
+  if (test.byOperator && terminal_ == nullptr) return "wants an operator at a terminal";
+  return "";
+}
+
+Ended Runner::startKestrel(const Test& test) {
+  const TemporaryFolder folder;
+  std::filesystem::create_symlink(module_->path, folder.path() / "libnorvalepk11.so");
+  Supervision supervision{.interrupt = interrupt_, .timeout = options_.timeout};
+  supervision.patient = test.name == "changePinTest";  // that would leave another PIN behind
+  supervision.endless = test.name == "waitTest";
+  Command command{options_.kestrel, {}, folder.path()};
+  if (test.byOperator) {
+    supervision.lent = terminal_;
+  } else {
+    command.arguments.push_back("-d");  // the prompt for a PIN wants no terminal
+    supervision.pin = [this](std::uint64_t position) { return answerPrompt(position); };
+    if (display_.moves()) {
+      supervision.progress = [this](std::string_view output, double seconds) {
+        display_.progress(output, seconds);
+      };
+    }
+  }
+  if (options_.everyKey) command.arguments.push_back("-a");
+  command.arguments.emplace_back(test.name);
+  return supervise(command, supervision);
+}
+
+void Runner::learn(const Test& test, const Run& run, const std::vector<std::uint64_t>& answered) {
+  if (passedLogins(run) >= answered.size()) accepted_.insert(answered.begin(), answered.end());
+  const bool accepted =
+      !answered.empty() && std::ranges::all_of(answered, [this](std::uint64_t position) {
+        return accepted_.contains(position);
+      });
+  bar_ = barToLogin(test, run, accepted);
+  if (!bar_.empty() && !answered.empty()) {
+    pins_.refuse(answered.back(), fmt::format("{} on {}", bar_, module_->name));
+  }
+}
+
+PinAnswer Runner::answerPrompt(std::uint64_t position) {
+  display_.clear();
+  const Pin* const pin = pins_.find(position);
+  if (interrupt_.count() > 0) return {nullptr, "interrupted"};
+  if (pin == nullptr) return {nullptr, fmt::format("no PIN for slot position {}", position)};
+  if (std::string refused = pins_.refusedWhere(*pin); !refused.empty()) {
+    return {nullptr, std::move(refused)};
+  }
+  return {pin, ""};
+}
+
+void Runner::runBetween() {
+  const Ended ended = supervise({"/bin/sh", {"-c", options_.between}, {}},
+                                {.interrupt = interrupt_, .timeout = options_.timeout});
+  if (ended.by == Ended::By::itself && ended.status == 0) return;
+  display_.clear();
+  const std::string end = ended.by == Ended::By::timeLimit ? "did not end in time"
+                          : WIFEXITED(ended.status)
+                              ? fmt::format("exit status {}", WEXITSTATUS(ended.status))
+                              : fmt::format("signal {}", WTERMSIG(ended.status));
+  fmt::print(stderr, "kestrel-run: --between: {}\n{}", end, visible(ended.errors, Lines::kept));
+}
+
+}  // namespace
+
+Results runTests(const Options& options, Pins& pins, Interrupt& interrupt, Terminal* terminal,
+                 Display& display) {
+  return Runner(options, pins, interrupt, terminal, display).run();
+}

@@ -1,0 +1,112 @@
+#include "run/Writers.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+
+#include "run/Files.h"
+#include "run/Html.h"
+#include "run/Json.h"
+#include "run/Junit.h"
+#include "run/Markdown.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Format {
+  std::string Options::*path;
+  std::string (*write)(const Results&);
+};
+
+constexpr std::array formats{
+    Format{&Options::junit, toJunit},
+    Format{&Options::json, toJson},
+    Format{&Options::markdown, toMarkdown},
+    Format{&Options::html, toHtml},
+};
+
+constexpr char resultsFile[] = "results.json";
+
+// Runs every step, whatever becomes of the others, and then throws what the first threw.
+class Steps {
+ public:
+  template <typename Step>
+  void run(Step step) {
+    try {
+      step();
+    } catch (...) {
+      if (!first_) first_ = std::current_exception();
+    }
+  }
+  void finish() const {
+    if (first_) std::rethrow_exception(first_);
+  }
+
+ private:
+  std::exception_ptr first_;
+};
+
+void keepReports(const fs::path& folder, const ModuleResult& module, Steps& steps) {
+  steps.run([&] { fs::create_directories(folder); });
+  for (const TestResult& test : module.tests) {
+    for (std::size_t i = 0; i < test.runs.size(); ++i) {
+      const Run& run = test.runs[i];
+      if (run.exitStatus < 0) continue;
+      const std::string number = i == 0 ? "" : fmt::format(".{}", i + 1);
+      const fs::path file = folder / fmt::format("{}.report{}", test.name, number);
+      steps.run([&] { writeFile(file, run.report); });
+    }
+  }
+}
+
+}  // namespace
+
+std::optional<Results> readBaseline(const Options& options) {
+  if (options.baseline.empty()) return std::nullopt;
+  const fs::path path = fs::path(options.baseline) / resultsFile;
+  std::ifstream stream(path, std::ios::binary);
+  const std::string text(std::istreambuf_iterator<char>(stream), {});
+  if (!stream) throw std::system_error(errno, std::generic_category(), path);
+  return fromJson(text);
+}
+
+void prepareFiles(const Options& options) {
+  if (!options.out.empty()) fs::create_directories(options.out);
+  for (const Format& format : formats) {
+    const fs::path path = options.*format.path;
+    if (path.empty() || path == "-") continue;
+    const fs::path folder = path.has_parent_path() ? path.parent_path() : ".";
+    if (fs::is_directory(path) || access(folder.c_str(), W_OK) != 0) {
+      throw std::system_error(fs::is_directory(path) ? EISDIR : errno, std::generic_category(),
+                              path);
+    }
+  }
+}
+
+void writeFiles(const Options& options, const Results& results) {
+  Steps steps;
+  if (!options.out.empty()) {
+    const fs::path out = options.out;
+    for (const ModuleResult& module : results.modules)
+      keepReports(out / module.name, module, steps);
+    steps.run([&] { writeFile(out / resultsFile, toJson(results)); });
+  }
+  for (const Format& format : formats) {
+    const std::string& path = options.*format.path;
+    if (!path.empty()) steps.run([&] { writeFile(path, format.write(results)); });
+  }
+  steps.finish();
+}
+
+bool usesStandardOutput(const Options& options) {
+  return std::any_of(formats.begin(), formats.end(),
+                     [&](const Format& format) { return options.*format.path == "-"; });
+}

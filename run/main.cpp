@@ -1,0 +1,67 @@
+// Wires the program: the command line, the runs, and what is written of them.
+#include <fcntl.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+
+#include "run/Baseline.h"
+#include "run/Options.h"
+#include "run/Process.h"
+#include "run/Runner.h"
+#include "run/Writers.h"
+
+namespace {
+
+constexpr int interruptedStatus = 130;
+
+// A closed standard stream must not become the number of a pipe.
+void openStandardStreams() {
+  for (int descriptor = 0; descriptor <= 2; ++descriptor) {
+    if (fcntl(descriptor, F_GETFD) < 0) open("/dev/null", O_RDWR);
+  }
+}
+
+void readPins(const Options& options, Pins& pins) {
+  if (!options.pinFile.empty()) pins.readFile(options.pinFile);
+  pins.takeFromEnvironment();
+}
+
+int runAll(const Options& options) {
+  Pins pins;
+  readPins(options, pins);
+  prepareFiles(options);
+  const std::optional<Results> baseline = readBaseline(options);
+  adoptOrphans();
+  Interrupt interrupt;
+  const std::unique_ptr<Terminal> terminal = Terminal::open();
+  Display display(usesStandardOutput(options) ? stderr : stdout, options.quiet);
+  if (options.ownToken && pins.empty()) {
+    pins.setDefault("12345678");
+  } else {
+    pins.askOn(terminal.get(), interrupt);
+  }
+  const auto start = std::chrono::steady_clock::now();
+  Results results = runTests(options, pins, interrupt, terminal.get(), display);
+  const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+  if (baseline) results.changes = compare(*baseline, results);
+  display.finish(results, elapsed.count());
+  writeFiles(options, results);
+  if (interrupt.count() > 0) return interruptedStatus;
+  return results.acceptable() ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  openStandardStreams();
+  std::signal(SIGPIPE, SIG_IGN);
+  try {
+    const CommandLine line = readCommandLine(argc, argv);
+    return line.status ? *line.status : runAll(line.options);
+  } catch (const std::exception& exception) {
+    std::fprintf(stderr, "kestrel-run: %s\n", exception.what());
+    return 2;
+  }
+}
