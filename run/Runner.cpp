@@ -131,9 +131,11 @@ Ended Runner::startKestrel(const Test& test) {
   } else {
     command.arguments.push_back("-d");  // the prompt for a PIN wants no terminal
     supervision.pin = [this](std::uint64_t position) { return answerPrompt(position); };
-    supervision.progress = [this](std::string_view output, double seconds) {
-      display_.progress(output, seconds);
-    };
+    if (display_.moves()) {
+      supervision.progress = [this](std::string_view output, double seconds) {
+        display_.progress(output, seconds);
+      };
+    }
   }
   if (options_.everyKey) command.arguments.push_back("-a");
   command.arguments.emplace_back(test.name);

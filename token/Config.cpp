@@ -81,7 +81,7 @@ constexpr std::string_view moduleNames =
     " log library version nolist null random eventfile load unload ";
 constexpr std::string_view slotNames =
     " empty flags description manufacturer label maker model pin tries setpin mechanisms key"
-    " certificate handles spoil pad hold ";
+    " certificate handles refuse spoil pad hold ";
 
 bool isOneOf(std::string_view names, const std::string& name) {
   return names.find(" " + name + " ") != std::string_view::npos;

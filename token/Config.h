@@ -33,6 +33,8 @@
 //   certificate=NAME[,LABEL] one more certificate; NAME also ec256, empty, garbage, or a number of
 //                            bytes
 //   handles=N                handle of the first object
+//   refuse=NAME[,NAME]       refuses what some modules refuse: "length-query" (C_Sign without data,
+//                            which ends the operation), "salt-length" (of all ones, for PSS)
 //   spoil                    signatures are wrong
 //   pad                      CKM_RSA_X_509 pads like PKCS#1 v1.5
 //   hold                     plaintext of a multi-part decryption comes with C_DecryptFinal

@@ -86,6 +86,15 @@ bool refusesContext(Session& session, const Object& key) {
   return !std::exchange(session.slot->contextLoggedIn, false) || key.key.refusesAlways;
 }
 
+bool refuses(const Session& session, const char* what) {
+  return session.slot->settings.text("refuse", "").find(what) != std::string::npos;
+}
+
+bool leavesSaltLengthOpen(const CK_MECHANISM* mechanism) {
+  return mechanism != nullptr && mechanism->ulParameterLen == sizeof(CK_RSA_PKCS_PSS_PARAMS) &&
+         static_cast<const CK_RSA_PKCS_PSS_PARAMS*>(mechanism->pParameter)->sLen == ~CK_ULONG{0};
+}
+
 // The caller's own record of the mechanism, which a careless module writes to.
 CK_ULONG* typeOf(CK_MECHANISM* mechanism) {
   return mechanism == nullptr ? nullptr : &mechanism->mechanism;
@@ -214,7 +223,11 @@ CK_RV C_DecryptFinal(CK_SESSION_HANDLE handle, CK_BYTE* out, CK_ULONG* outLength
 CK_RV C_SignInit(CK_SESSION_HANDLE handle, CK_MECHANISM* mechanism, CK_OBJECT_HANDLE key) {
   Call call("C_SignInit", {handle, mechanism, key}, {typeOf(mechanism)});
   Session* s = call.session(handle);
-  return s == nullptr ? call.result : begin(*s, s->sign, mechanism, key);
+  if (s == nullptr) return call.result;
+  if (refuses(*s, "salt-length") && leavesSaltLengthOpen(mechanism)) {
+    return CKR_MECHANISM_PARAM_INVALID;
+  }
+  return begin(*s, s->sign, mechanism, key);
 }
 
 CK_RV C_Sign(CK_SESSION_HANDLE handle, CK_BYTE* data, CK_ULONG length, CK_BYTE* signature,
@@ -222,6 +235,10 @@ CK_RV C_Sign(CK_SESSION_HANDLE handle, CK_BYTE* data, CK_ULONG length, CK_BYTE* 
   Call call("C_Sign", {handle, {data, length}, at(signature), signatureLength}, {signatureLength});
   Session* s = call.session(handle);
   if (s == nullptr) return call.result;
+  if (data == nullptr && refuses(*s, "length-query")) {
+    s->sign.active = false;
+    return CKR_ARGUMENTS_BAD;
+  }
   s->sign.data.assign(data, data + length);
   return finish(*s, s->sign, signature, signatureLength, signatureOf);
 }

@@ -1,0 +1,122 @@
+#include "shim/Settings.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdlib>
+#include <stdexcept>
+#include <string_view>
+
+#include "shim/Names.h"
+
+namespace {
+
+constexpr std::array<const char*, static_cast<std::size_t>(Waiver::count)> waiverNames{
+    "length-query", "salt-length", "fixed-slot", "read-only"};
+
+[[noreturn]] void reject(std::string_view what, std::string_view value) {
+  throw std::runtime_error(std::string(what).append(" '").append(value).append("'"));
+}
+
+template <typename Take>
+void forEachItem(std::string_view list, Take take) {
+  for (;;) {
+    const std::size_t comma = std::min(list.find(','), list.size());
+    take(list.substr(0, comma));
+    if (comma == list.size()) return;
+    list.remove_prefix(comma + 1);
+  }
+}
+
+CK_MECHANISM_TYPE mechanismType(std::string_view text) {
+  if (text.starts_with("CKM_")) {
+    if (const auto value = valueOf(text)) return *value;
+  }
+  const bool hexadecimal = text.starts_with("0x");
+  const std::string_view digits = text.substr(hexadecimal ? 2 : 0);
+  CK_MECHANISM_TYPE type = 0;
+  const auto [end, error] =
+      std::from_chars(digits.data(), digits.data() + digits.size(), type, hexadecimal ? 16 : 10);
+  if (error != std::errc() || end != digits.data() + digits.size()) {
+    reject("unknown mechanism", text);
+  }
+  return type;
+}
+
+MechanismList readMechanisms(std::string_view list) {
+  MechanismList mechanisms;
+  forEachItem(list, [&](std::string_view item) {
+    if (item == "signable") {
+      mechanisms.signable = true;
+    } else if (item == "multipart") {
+      mechanisms.multipart = true;
+    } else {
+      mechanisms.types.push_back(mechanismType(item));
+    }
+  });
+  return mechanisms;
+}
+
+auto readWaivers(std::string_view list) {
+  decltype(Settings::waived) waived;
+  forEachItem(list, [&](std::string_view item) {
+    const auto* const name = std::ranges::find(waiverNames, item);
+    if (item == "all") {
+      waived.set();
+    } else if (name == waiverNames.end()) {
+      reject("unknown waiver", item);
+    } else {
+      waived.set(static_cast<std::size_t>(name - waiverNames.begin()));
+    }
+  });
+  return waived;
+}
+
+// A field of blank-padded text.
+template <std::size_t width>
+std::string_view trimmed(const CK_UTF8CHAR (&field)[width]) {
+  const std::string_view text(reinterpret_cast<const char*>(field), width);
+  return text.substr(0, text.find_last_not_of(std::string_view(" \0", 2)) + 1);
+}
+
+}  // namespace
+
+const char* waiverName(Waiver waiver) {
+  return waiverNames[static_cast<std::size_t>(waiver)];
+}
+
+TokenPattern::TokenPattern(const std::string& pattern) : label_(pattern) {
+  if (pattern.empty()) throw std::runtime_error("the token pattern is empty");
+  if (!pattern.starts_with("pkcs11:")) return;
+  uri_.reset(p11_kit_uri_new());
+  if (uri_ == nullptr) throw std::bad_alloc();
+  const int code = p11_kit_uri_parse(pattern.c_str(), P11_KIT_URI_FOR_ANY, uri_.get());
+  if (code != P11_KIT_URI_OK) reject(p11_kit_uri_message(code), pattern);
+  CK_ULONG attributes = 0;
+  p11_kit_uri_get_attributes(uri_.get(), &attributes);
+  // Not shown: there may be a PIN in it.
+  if (attributes != 0 || p11_kit_uri_any_unrecognized(uri_.get()) != 0 ||
+      p11_kit_uri_get_pin_value(uri_.get()) != nullptr) {
+    throw std::runtime_error("the token's URI says more than which token");
+  }
+}
+
+bool TokenPattern::matches(CK_SLOT_ID slot, const CK_TOKEN_INFO& info) const {
+  if (uri_ == nullptr) return trimmed(info.label) == label_;
+  const CK_SLOT_ID wanted = p11_kit_uri_get_slot_id(uri_.get());
+  return p11_kit_uri_match_token_info(uri_.get(), &info) == 1 &&
+         (wanted == ~CK_SLOT_ID{0} || wanted == slot);
+}
+
+Settings readSettings() {
+  Settings settings;
+  settings.module = std::getenv("KESTREL_SHIM_MODULE");
+  settings.used = std::getenv("KESTREL_SHIM_USED");
+  settings.trace = std::getenv("KESTREL_SHIM_TRACE");
+  if (const char* value = std::getenv("KESTREL_SHIM_TOKEN")) settings.token.emplace(value);
+  if (const char* value = std::getenv("KESTREL_SHIM_MECHANISMS")) {
+    settings.mechanisms = readMechanisms(value);
+  }
+  if (const char* value = std::getenv("KESTREL_SHIM_WAIVE")) settings.waived = readWaivers(value);
+  return settings;
+}
