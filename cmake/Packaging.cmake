@@ -16,6 +16,11 @@ endfunction()
 
 install(TARGETS kestrel RUNTIME)
 install_compressed(doc/kestrel.1 kestrel.1.gz ${CMAKE_INSTALL_MANDIR}/man1)
+if(KESTREL_RUN)
+  install_compressed(doc/kestrel-run.1 kestrel-run.1.gz ${CMAKE_INSTALL_MANDIR}/man1)
+  install(FILES completion/kestrel-run.bash RENAME kestrel-run
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+endif()
 if(KESTREL_SOFTWARE_TOKEN)
   install_compressed(doc/kestrel-token.7 kestrel-token.7.gz ${CMAKE_INSTALL_MANDIR}/man7)
 endif()

@@ -1,10 +1,7 @@
 #include "run/Process.h"
 
-#include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 #include <string.h>
-#include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -15,7 +12,6 @@
 #include <chrono>
 #include <csignal>
 #include <fstream>
-#include <system_error>
 
 #include "run/Orphans.h"
 #include "run/Report.h"
@@ -31,99 +27,6 @@ constexpr milliseconds progressPeriod{100};
 constexpr milliseconds slowestLook{50};  // whether a process waits for the answer to its prompt
 
 std::set<pid_t> foreignChildren;  // a shell that became this program may have had some
-
-[[noreturn]] void fail(const std::string& what, int error = errno) {
-  throw std::system_error(error, std::generic_category(), what);
-}
-
-struct Pipe {
-  Descriptor reading, writing;
-  Pipe() {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) fail("pipe");
-    reading = Descriptor(ends[0]);
-    writing = Descriptor(ends[1]);
-  }
-};
-
-void doNotBlock(const Descriptor& descriptor) {
-  fcntl(descriptor.get(), F_SETFL, O_NONBLOCK);
-}
-
-// A terminal of its own for a process: what it writes, and nothing else, comes out byte for byte.
-struct PseudoTerminal {
-  Descriptor master;
-  std::string slave;
-  explicit PseudoTerminal(const Terminal& model)
-      : master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
-    char name[64];
-    if (master.get() < 0 || grantpt(master.get()) != 0 || unlockpt(master.get()) != 0 ||
-        ptsname_r(master.get(), name, sizeof name) != 0) {
-      fail("pseudo terminal");
-    }
-    slave = name;
-    termios modes{};
-    tcgetattr(master.get(), &modes);
-    modes.c_oflag &= ~static_cast<tcflag_t>(OPOST);
-    modes.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-    tcsetattr(master.get(), TCSANOW, &modes);
-    winsize size{};
-    if (ioctl(model.descriptor(), TIOCGWINSZ, &size) == 0) ioctl(master.get(), TIOCSWINSZ, &size);
-  }
-};
-
-// What posix_spawn() is told.
-class SpawnPlan {
- public:
-  SpawnPlan() {
-    posix_spawn_file_actions_init(&actions_);
-    posix_spawnattr_init(&attributes_);
-    sigset_t none, defaults;
-    sigemptyset(&none);
-    sigemptyset(&defaults);
-    sigaddset(&defaults, SIGPIPE);
-    posix_spawnattr_setsigmask(&attributes_, &none);
-    posix_spawnattr_setsigdefault(&attributes_, &defaults);
-    posix_spawnattr_setflags(&attributes_,
-                             POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-  }
-  ~SpawnPlan() {
-    posix_spawn_file_actions_destroy(&actions_);
-    posix_spawnattr_destroy(&attributes_);
-  }
-  SpawnPlan(const SpawnPlan&) = delete;
-  SpawnPlan& operator=(const SpawnPlan&) = delete;
-
-  void use(const Descriptor& source, int number) {
-    posix_spawn_file_actions_adddup2(&actions_, source.get(), number);
-  }
-  // As the controlling terminal: the process leads a session that has none.
-  void useTerminal(const std::string& name) {
-    posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, name.c_str(), O_RDWR, 0);
-    posix_spawn_file_actions_adddup2(&actions_, STDIN_FILENO, STDOUT_FILENO);
-  }
-
-  pid_t start(const Command& command) {
-    if (!command.folder.empty()) {
-      posix_spawn_file_actions_addchdir_np(&actions_, command.folder.c_str());
-    }
-    posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1);
-    std::vector<char*> arguments{const_cast<char*>(command.program.c_str())};
-    for (const std::string& argument : command.arguments) {
-      arguments.push_back(const_cast<char*>(argument.c_str()));
-    }
-    arguments.push_back(nullptr);
-    pid_t process = -1;
-    const int error = posix_spawn(&process, command.program.c_str(), &actions_, &attributes_,
-                                  arguments.data(), environ);
-    if (error != 0) fail(command.program, error);
-    return process;
-  }
-
- private:
-  posix_spawn_file_actions_t actions_;
-  posix_spawnattr_t attributes_;
-};
 
 // Whether a process reads its standard input just now. Where the system does not say, it does.
 bool readsInput(pid_t process) {
@@ -143,7 +46,6 @@ class Supervisor {
   Ended run(const Command& command);
 
  private:
-  void start(const Command& command);
   void startClock();
   void await();  // the next event, or the next moment to look
   void receive(Descriptor& from, std::string& into);
@@ -153,12 +55,12 @@ class Supervisor {
   void lookAtLimits();
   void stop(Ended::By by);
   bool hasEnded();
+  void noteSilence() { ended_.silence = Seconds(Clock::now() - lastOutput_).count(); }
 
   const Supervision& supervision_;
-  pid_t process_ = -1;
-  Descriptor event_, input_, output_, errors_;
+  Child child_;
   std::optional<TerminalModes> modes_;
-  Clock::time_point start_, deadline_ = Clock::time_point::max();
+  Clock::time_point start_, lastOutput_, deadline_ = Clock::time_point::max();
   Clock::time_point kill_ = Clock::time_point::max(), nextProgress_;
   milliseconds nextLook_{0};  // at a prompt; 0 while none waits for its answer
   std::string fresh_;         // output since the last progress
@@ -166,39 +68,14 @@ class Supervisor {
 };
 
 Supervisor::~Supervisor() {
-  if (process_ < 0) return;
-  kill(process_, SIGKILL);
-  waitpid(process_, nullptr, 0);
+  if (child_.process < 0) return;
+  kill(child_.process, SIGKILL);
+  waitpid(child_.process, nullptr, 0);
   killChildren(foreignChildren);
 }
 
-void Supervisor::start(const Command& command) {
-  SpawnPlan plan;
-  Pipe errors;
-  plan.use(errors.writing, STDERR_FILENO);
-  if (supervision_.lent != nullptr) {
-    modes_.emplace(supervision_.lent->descriptor(), TerminalModes::Kind::lent);
-    PseudoTerminal terminal(*supervision_.lent);
-    plan.useTerminal(terminal.slave);
-    process_ = plan.start(command);
-    input_ = Descriptor(dup(terminal.master.get()));
-    output_ = std::move(terminal.master);
-  } else {
-    Pipe input, output;
-    plan.use(input.reading, STDIN_FILENO);
-    plan.use(output.writing, STDOUT_FILENO);
-    process_ = plan.start(command);
-    if (supervision_.pin) input_ = std::move(input.writing);
-    output_ = std::move(output.reading);
-  }
-  errors_ = std::move(errors.reading);
-  event_ = Descriptor(static_cast<int>(syscall(SYS_pidfd_open, process_, 0)));
-  if (event_.get() < 0) fail("pidfd_open");
-  for (const Descriptor* each : {&input_, &output_, &errors_}) doNotBlock(*each);
-}
-
 void Supervisor::startClock() {
-  start_ = Clock::now();
+  start_ = lastOutput_ = Clock::now();
   nextProgress_ = start_ + progressPeriod;
   if (supervision_.timeout > 0) {
     deadline_ = start_ + std::chrono::duration_cast<Clock::duration>(Seconds(supervision_.timeout));
@@ -206,7 +83,11 @@ void Supervisor::startClock() {
 }
 
 Ended Supervisor::run(const Command& command) {
-  start(command);
+  if (supervision_.lent != nullptr) {
+    modes_.emplace(supervision_.lent->descriptor(), TerminalModes::Kind::lent);
+  }
+  child_ = spawn(command, supervision_.lent);
+  if (!supervision_.pin && supervision_.lent == nullptr) child_.input.reset();
   startClock();
   do {
     await();
@@ -214,9 +95,10 @@ Ended Supervisor::run(const Command& command) {
     lookAtLimits();
   } while (!hasEnded());
   ended_.seconds = Seconds(Clock::now() - start_).count();
+  if (ended_.by == Ended::By::itself) noteSilence();
   killChildren(foreignChildren);
-  receive(output_, ended_.report);
-  receive(errors_, ended_.errors);
+  receive(child_.output, ended_.report);
+  receive(child_.errors, ended_.errors);
   return std::move(ended_);
 }
 
@@ -233,14 +115,14 @@ void Supervisor::await() {
     timeout = timeout < 0 ? look : std::min(timeout, look);
   }
   const bool lent = supervision_.lent != nullptr;
-  pollfd events[] = {{event_.get(), POLLIN, 0},
+  pollfd events[] = {{child_.event.get(), POLLIN, 0},
                      {supervision_.interrupt.descriptor(), POLLIN, 0},
-                     {output_.get(), POLLIN, 0},
-                     {errors_.get(), POLLIN, 0},
+                     {child_.output.get(), POLLIN, 0},
+                     {child_.errors.get(), POLLIN, 0},
                      {lent ? supervision_.lent->descriptor() : -1, POLLIN, 0}};
   poll(events, std::size(events), timeout);
-  if (events[2].revents != 0) receive(output_, ended_.report);
-  if (events[3].revents != 0) receive(errors_, ended_.errors);
+  if (events[2].revents != 0) receive(child_.output, ended_.report);
+  if (events[3].revents != 0) receive(child_.errors, ended_.errors);
   if (events[4].revents != 0) relayInput();
 }
 
@@ -253,6 +135,7 @@ void Supervisor::receive(Descriptor& from, std::string& into) {
     if (count <= 0) return from.reset();
     const std::string_view text(bytes.data(), static_cast<std::size_t>(count));
     keep(text, into);
+    if (&into == &ended_.report) lastOutput_ = Clock::now();
     if (supervision_.lent != nullptr) supervision_.lent->write(text);
     if (supervision_.progress && &into == &ended_.report) fresh_ += text;
   }
@@ -275,7 +158,7 @@ void Supervisor::relayInput() {
   const ssize_t count = read(supervision_.lent->descriptor(), typed.data(), typed.size());
   if (count > 0) {
     [[maybe_unused]] const ssize_t written =
-        write(input_.get(), typed.data(), static_cast<std::size_t>(count));
+        write(child_.input.get(), typed.data(), static_cast<std::size_t>(count));
   }
   explicit_bzero(typed.data(), typed.size());
 }
@@ -290,7 +173,7 @@ void Supervisor::lookAtPrompt() {
     nextLook_ = milliseconds(0);
     return;
   }
-  if (!readsInput(process_)) {
+  if (!readsInput(child_.process)) {
     nextLook_ = std::min(nextLook_ * 2 + milliseconds(1), slowestLook);
     return;
   }
@@ -306,8 +189,8 @@ void Supervisor::lookAtPrompt() {
   }
   ended_.answered.push_back(*position);
   const std::string_view pin = answer.pin->text();
-  [[maybe_unused]] ssize_t written = write(input_.get(), pin.data(), pin.size());
-  written = write(input_.get(), "\n", 1);
+  [[maybe_unused]] ssize_t written = write(child_.input.get(), pin.data(), pin.size());
+  written = write(child_.input.get(), "\n", 1);
 }
 
 void Supervisor::lookAtLimits() {
@@ -320,23 +203,24 @@ void Supervisor::lookAtLimits() {
   if (impatient > 0) stop(Ended::By::interrupt);
   if (now >= deadline_) stop(Ended::By::timeLimit);
   if (now >= kill_ || impatient > 1) {
-    kill(process_, SIGKILL);
+    kill(child_.process, SIGKILL);
     kill_ = Clock::time_point::max();
   }
 }
 
 void Supervisor::stop(Ended::By by) {
-  if (ended_.by != Ended::By::itself || process_ < 0) return;
+  if (ended_.by != Ended::By::itself || child_.process < 0) return;
   ended_.by = by;
+  noteSilence();
   deadline_ = Clock::time_point::max();
   kill_ = Clock::now() + grace;
-  kill(process_, SIGINT);
-  kill(process_, SIGCONT);  // a stopped one does not see the interrupt
+  kill(child_.process, SIGINT);
+  kill(child_.process, SIGCONT);  // a stopped one does not see the interrupt
 }
 
 bool Supervisor::hasEnded() {
-  if (waitpid(process_, &ended_.status, WNOHANG) != process_) return false;
-  process_ = -1;
+  if (waitpid(child_.process, &ended_.status, WNOHANG) != child_.process) return false;
+  child_.process = -1;
   return true;
 }
 

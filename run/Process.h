@@ -10,6 +10,7 @@
 
 #include "run/Interrupt.h"
 #include "run/Pins.h"
+#include "run/Spawn.h"
 #include "run/Terminal.h"
 
 // A folder of its own under the system's for temporary files, gone with all that is in it when the
@@ -25,12 +26,6 @@ class TemporaryFolder {
 
  private:
   std::filesystem::path path_;
-};
-
-struct Command {
-  std::filesystem::path program;
-  std::vector<std::string> arguments;  // without the program's name
-  std::filesystem::path folder;        // to run in; empty for the current one
 };
 
 // The answer to a prompt: a PIN, or why there is none.
@@ -54,11 +49,11 @@ struct Supervision {
 struct Ended {
   enum class By { itself, timeLimit, reportLimit, interrupt, lackOfPin };
   By by = By::itself;
-  int status = 0;  // as waitpid() gives it
-  double seconds = 0;
-  std::string report, errors;           // standard output and standard error
-  bool cut = false;                     // either was longer than is kept
-  std::string reason;                   // for the lack of a PIN
+  int status = 0;                   // as waitpid() gives it
+  double seconds = 0, silence = 0;  // in all, and from the last output to the end or the interrupt
+  std::string report, errors;       // standard output and standard error
+  bool cut = false;                 // either was longer than is kept
+  std::string reason;               // for the lack of a PIN
   std::vector<std::uint64_t> answered;  // positions whose PIN was handed over, in order
 };
 

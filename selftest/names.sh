@@ -1,7 +1,7 @@
 #!/bin/sh
 # The registry, the manual page, the completion and the usage text name the same tests: the registry
-# in app/TestRegistry.cpp is the list that the others are held against. Likewise the directives of the
-# software token and its manual page.
+# in app/TestRegistry.cpp is the list that the others are held against. Likewise the options of
+# kestrel-run, and the directives of the software token and its manual page.
 # Usage: names.sh SOURCE-FOLDER KESTREL
 set -eu
 source=$1
@@ -31,17 +31,38 @@ same "usage text" advertised usage
 "$kestrel" opensslVersion | sed '1d;$d' | diff -u unknown -
 grep -q opensslVersion "$source/doc/kestrel.1"
 
-# What the shell proposes for a word, with the words before it.
+# proposals PROGRAM WORD...: what the shell proposes for the last of its words.
 proposals() {
-  bash -c '. "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _kestrel
-    printf "%s\n" "${COMPREPLY[@]}"' - "$source/completion/kestrel.bash" kestrel "$@"
+  bash -c '. "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); "_${1//-/_}"
+    printf "%s\n" "${COMPREPLY[@]}"' - "$source/completion/$1.bash" "$@"
 }
-proposals '' | sort > proposed
+proposals kestrel '' | sort > proposed
 same completion arguments proposed
-[ "$(proposals -d wait)" = waitTest ]
-[ -z "$(proposals -pw l)" ]
+[ "$(proposals kestrel -d wait)" = waitTest ]
+[ -z "$(proposals kestrel -pw l)" ]
 touch 'pin file'
-[ "$(proposals -d login '<' pin)" = 'pin file' ]
+[ "$(proposals kestrel -d login '<' pin)" = 'pin file' ]
+
+# kestrel-run has a list of its own of the tests, in which "all" is none.
+grep -vx -e -a registry > tests
+echo all > all
+sed -n '/^\.Sh TESTS/,/^\.Ss/s/^\.It Cm //p' "$source/doc/kestrel-run.1" | sed 's/ , /\n/g' |
+  sort - all > manual
+same "kestrel-run(1)" tests manual
+proposals kestrel-run --test '' | sort > proposed
+same "completion of kestrel-run" tests proposed
+sed -n 's/.*Test{\.name = "\([^"]*\)".*/\1/p' "$source/run/Tests.h" | sort - all > table
+same run/Tests.h tests table
+if [ -x "$kestrel-run" ]; then
+  "$kestrel-run" --help | sed -n 's/^  \(-.,\)*\(--[a-z-]*\).*/\2/p' | sort > options
+  sed -n 's/^\.It .*Fl \(.*,\)* *-\([a-z-]*\).*/--\2/p' "$source/doc/kestrel-run.1" | sort > manual
+  same "options in kestrel-run(1)" options manual
+  proposals kestrel-run -- | sort > proposed
+  same "options in the completion of kestrel-run" options proposed
+fi
+[ "$(proposals kestrel-run --pin-file = pin)" = 'pin file' ]
+[ "$(proposals kestrel-run name = pin)" = 'pin file' ]
+[ -z "$(proposals kestrel-run --out pin)" ]
 
 for directive in $(sed -n '/Names =$/,/;/s/.*" \(.*\)".*/\1/p' "$source/token/Config.cpp"); do
   grep -q "^\.It.* *Cm $directive\>" "$source/doc/kestrel-token.7" ||

@@ -21,9 +21,17 @@ try() {
   "$1/bin/kestrel" -pw 12345678 login > report || fail "login failed: $(cat report)"
   grep -qx "kestrel version: $2 " report || fail "no banner of version $2"
   [ "$(tail -n 1 report)" = 'C_Finalize() passed' ] || fail "unfinished report: $(cat report)"
-  gzip -dc "$1/share/man/man1/kestrel.1.gz" | grep -qx '\.Dt KESTREL 1' || fail "no manual page"
-  bash -c '. "$1"; complete -p kestrel' - "$1/share/bash-completion/completions/kestrel" > /dev/null ||
-    fail "no completion"
+  programs=kestrel
+  if [ -e "$build/kestrel-run" ]; then
+    programs='kestrel kestrel-run'
+    "$1/bin/kestrel-run" > table || fail "kestrel-run failed: $(cat table)"
+    grep -q '^12 passed' table || fail "not twelve tests: $(cat table)"
+  fi
+  for program in $programs; do
+    gzip -dc "$1/share/man/man1/$program.1.gz" | grep -qix "\.Dt $program 1" || fail "no manual page"
+    bash -c '. "$1"; complete -p "$2"' - "$1/share/bash-completion/completions/$program" $program \
+      > /dev/null || fail "no completion of $program"
+  done
   gzip -dc "$1/share/doc/kestrel/changelog.gz" | head -n 1 | grep -q "($2)" || fail "no changelog"
   grep -q '^License: ' "$1/share/doc/kestrel/copyright" || fail "no copyright"
 }
