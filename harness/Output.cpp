@@ -143,6 +143,29 @@ class ReportBuffer : public std::streambuf {
 // What std::cout writes to while it shares the buffer of stdout.
 const std::streambuf* const sharedBuffer = std::cout.rdbuf();
 
+bool foreignTextWaits() {
+  return std::cout.rdbuf() != sharedBuffer || (stdout != nullptr && __fpending(stdout) != 0);
+}
+
+void flushForeignText() {
+  if (stdoutIsHeld()) return;
+  if (std::cout.rdbuf() != sharedBuffer) std::cout.flush();
+  if (stdout != nullptr) std::fflush(stdout);
+}
+
+// A thread that was interrupted while it wrote has to leave it at that: how much of the text is out
+// already only the kernel knows. Another thread that holds the report lets go soon, or is stuck.
+void salvageOwnText() {
+  constexpr timespec pause{0, 1'000'000};
+  const bool held = holder == pthread_self();
+  if (held && writing) return;
+  bool mine = held;
+  for (int i = 0; i < 1000 && !(mine = mine || tryHold()); ++i) nanosleep(&pause, nullptr);
+  if (!mine) return;
+  send();
+  if (!held) release();
+}
+
 }  // namespace
 
 std::ostream& report = *new std::ostream(new ReportBuffer);
@@ -184,26 +207,15 @@ bool finishReport(std::string_view lastLine) {
   return send();
 }
 
-// A thread that was interrupted while it wrote has to leave it at that: how much of the text is out
-// already only the kernel knows. Another thread that holds the report lets go soon, or is stuck.
 void salvageReport() {
-  constexpr timespec pause{0, 1'000'000};
-  const bool held = holder == pthread_self();
-  if (held && writing) return;
-  bool mine = held;
-  for (int i = 0; i < 1000 && !(mine = mine || tryHold()); ++i) nanosleep(&pause, nullptr);
-  if (!mine) return;
-  send();
-  if (!held) release();
+  salvageOwnText();
+  if (foreignTextWaits()) flushForeignText();
 }
 
 void sendForeignText() {
-  const bool separate = std::cout.rdbuf() != sharedBuffer;
-  if (!separate && (stdout == nullptr || __fpending(stdout) == 0)) return;
+  if (!foreignTextWaits()) return;
   sendReport();
-  if (stdoutIsHeld()) return;
-  if (separate) std::cout.flush();
-  if (stdout != nullptr) std::fflush(stdout);
+  flushForeignText();
 }
 
 bool stdoutIsHeld() {

@@ -37,11 +37,12 @@ bool sendReport();
 // Writes what is pending and `lastLine`; nobody adds anything afterwards. Returns as sendReport().
 bool finishReport(std::string_view lastLine);
 
-// sendReport() for a signal handler, wherever it interrupted whichever thread.
-void salvageReport();
-
 // Writes what the module left in the buffers of stdout and std::cout, so that it keeps its place.
 void sendForeignText();
+
+// sendReport() and sendForeignText() for a signal handler, wherever it interrupted whichever
+// thread.
+void salvageReport();
 
 // Whether a thread of the module holds stdout: whoever flushes it waits, perhaps for ever.
 bool stdoutIsHeld();

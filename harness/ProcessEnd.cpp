@@ -40,8 +40,8 @@ void nameForeignEnd() {
 }
 
 // Says no to an end of the process with `status`, unless it is kestrel's own or that of a process
-// that the module forked. A module's exit handler cannot change kestrel's status, and what runs after
-// this may flush stdout.
+// that the module forked. A module's exit handler cannot change kestrel's status, and what runs
+// after this may flush stdout.
 void refuse(int status) {
   if (!watching || !isOwnProcess()) return;
   if (endingThread == pthread_self()) {
@@ -64,6 +64,7 @@ void endProgram(int status, std::string_view lastLine) {
   CallInFlight::forget();
   restoreEcho();
   Pin::wipeAll();
+  sendForeignText();
   ownStatus = finishReport(lastLine) ? status & 0xff : 1;
   if (secondThread) endNow(ownStatus);
   std::exit(ownStatus);

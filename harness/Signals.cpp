@@ -60,7 +60,8 @@ void explain(const EndingSignal& signal) {
   const char* const name = sigabbrev_np(signal.number);
   const char* call = CallInFlight::name();
   const char* const first = CallInFlight::nameOnWatchedThread();
-  if (signal.kind == Kind::asked && call == nullptr) call = first;
+  // An interrupt may come to any thread; a broken pipe is the fault of the one that wrote.
+  if (signal.kind == Kind::asked && signal.number != SIGPIPE && call == nullptr) call = first;
   if (call != nullptr) {
     putError({"kestrel: SIG", name, " in ", CallInFlight::owner(call), call, "()\n"});
   } else if (signal.kind == Kind::asked) {
@@ -98,7 +99,6 @@ void endBySignal(int number) {
     if (signal.number != number || !isOwnProcess() || !isFirst(signal)) continue;
     if (number != SIGINT || !interruptIsOrdinary) explain(signal);
     tidyUp();
-    if (CallInFlight::nameOnWatchedThread() != nullptr) sendForeignText();
   }
   takeDefaultEffect(number);
 }
