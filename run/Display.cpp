@@ -55,13 +55,14 @@ void Display::beginTest(std::string_view test, unsigned run, unsigned runs) {
 void Display::progress(std::string_view output, double seconds) {
   if (!moving_) return;
   for (std::size_t at = 0; (at = output.find("() passed\n", at)) != output.npos; ++at) ++calls_;
-  fmt::print(stream_, "\r\x1b[K{} {:.0f} s, {} calls", running_, seconds, calls_);
+  std::fputs(fmt::format("\r\x1b[K{} {:.0f} s, {} calls", running_, seconds, calls_).c_str(),
+             stream_);
   std::fflush(stream_);
 }
 
 void Display::clear() {
   if (!moving_) return;
-  fmt::print(stream_, "\r\x1b[K");
+  std::fputs("\r\x1b[K", stream_);
   std::fflush(stream_);
 }
 
@@ -118,7 +119,7 @@ void Display::table(const Results& results) {
 
 void Display::print(const std::string& line) {
   const std::size_t end = line.find_last_not_of(' ');
-  fmt::print(stream_, "{}\n", line.substr(0, end + 1));
+  std::fputs((line.substr(0, end + 1) + '\n').c_str(), stream_);
   std::fflush(stream_);
 }
 

@@ -23,6 +23,9 @@ class Display {
   // Modules side by side if there are several, the changes against a baseline, and the totals.
   void finish(const Results& results, double seconds);
 
+  // Whether all of it has been written. Until asked for, a reader who went away ends nothing.
+  bool complete() const { return std::ferror(stream_) == 0; }
+
  private:
   void print(const std::string& line);
   void table(const Results& results);

@@ -21,6 +21,7 @@ std::string nameOf(const fs::path& file) {
   std::string name = file.filename();
   if (const auto end = name.find(".so"); end != std::string::npos && end != 0) name.resize(end);
   if (name.starts_with("lib") && name.size() > 3) name.erase(0, 3);
+  if (name.starts_with('.')) name[0] = '_';
   // It becomes the name of a folder and stands in every line of a terminal.
   for (char& c : name) {
     if (static_cast<unsigned char>(c) <= ' ' || c == 127) c = '_';

@@ -168,7 +168,9 @@ PinAnswer Runner::answerPrompt(std::uint64_t position) {
 void Runner::runBetween() {
   const Ended ended = supervise({"/bin/sh", {"-c", options_.between}, {}},
                                 {.interrupt = interrupt_, .timeout = options_.timeout});
-  if (ended.by == Ended::By::itself && ended.status == 0) return;
+  if (ended.by == Ended::By::interrupt || (ended.by == Ended::By::itself && ended.status == 0)) {
+    return;
+  }
   display_.clear();
   const std::string end = ended.by == Ended::By::timeLimit ? "did not end in time"
                           : WIFEXITED(ended.status)

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <stdexcept>
 
 #include "run/Baseline.h"
 #include "run/Options.h"
@@ -48,6 +49,7 @@ int runAll(const Options& options) {
   if (baseline) results.changes = compare(*baseline, results);
   display.finish(results, elapsed.count());
   writeFiles(options, results);
+  if (!display.complete()) throw std::runtime_error("standard output cannot be written to");
   if (interrupt.count() > 0) return interruptedStatus;
   return results.acceptable() ? 0 : 1;
 }
