@@ -50,6 +50,15 @@ Node add(Node parent, const char* tag, const char* style = "", std::string_view 
   return node;
 }
 
+// What scrolls can be reached, and scrolled, from the keyboard.
+Node addScrolling(Node parent, const char* tag, const char* label) {
+  Node node = add(parent, tag);
+  node.append_attribute("tabindex") = "0";
+  node.append_attribute("role") = "region";
+  node.append_attribute("aria-label") = label;
+  return node;
+}
+
 // Adds text in which long names may break behind their underscores, but for the first, as in CKR_.
 void addBreakable(Node node, std::string_view text) {
   constexpr std::size_t prefix = 4;
@@ -172,7 +181,7 @@ void addCell(Node row, const Results& results, std::size_t index, const std::str
   const ModuleResult& module = results.modules[index];
   const TestResult* test = module.find(name);
   if (test == nullptr) {
-    add(row, "td", "notrun");
+    add(row, "td", "notrun", "–");
     return;
   }
   const Outcome outcome = test->shown().outcome;
@@ -186,10 +195,8 @@ void addCell(Node row, const Results& results, std::size_t index, const std::str
 }
 
 void addTable(Node body, const Results& results) {
-  Node frame = add(add(body, "section"), "div", "scroll");
-  frame.append_attribute("tabindex") = "0";
-  frame.append_attribute("role") = "region";
-  frame.append_attribute("aria-label") = "Tests and modules";
+  Node frame = addScrolling(add(body, "section"), "div", "Tests and modules");
+  frame.append_attribute("class") = "scroll";
   Node table = add(frame, "table", "results");
   Node head = add(add(table, "thead"), "tr");
   add(head, "th", "", "Test").append_attribute("scope") = "col";
@@ -209,9 +216,7 @@ void addTable(Node body, const Results& results) {
 void addPre(Node body, const char* title, std::string_view text) {
   if (text.empty()) return;
   add(body, "h3", "", title);
-  Node pre = add(body, "pre");
-  pre.append_attribute("tabindex") = "0";
-  pre.append_attribute("aria-label") = title;
+  Node pre = addScrolling(body, "pre", title);
   std::string shortened;
   if (text.size() > 2 * longestPart) {
     shortened = fmt::format("{}\n[... {} bytes ...]\n{}", text.substr(0, longestPart),
@@ -230,8 +235,7 @@ void addPre(Node body, const char* title, std::string_view text) {
 
 void addDifference(Node body, const Change& change) {
   add(body, "h3", "", fmt::format("{} since the baseline", changeName(change.kind)));
-  Node pre = add(body, "pre");
-  pre.append_attribute("tabindex") = "0";
+  Node pre = addScrolling(body, "pre", "Difference");
   for (std::string_view rest = change.difference; !rest.empty();) {
     const std::string_view line = rest.substr(0, std::min(rest.find('\n'), rest.size() - 1) + 1);
     const bool removed = line.starts_with('-'), added = line.starts_with('+');

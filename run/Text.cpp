@@ -47,9 +47,9 @@ constexpr Range unseen[] = {
 };
 
 bool isSeen(char32_t code) {
-  return code >= 0x20 && std::none_of(std::begin(unseen), std::end(unseen), [&](Range range) {
-           return code >= range.first && code <= range.last;
-         });
+  if (code < 0x7f) return code >= 0x20;
+  return std::none_of(std::begin(unseen), std::end(unseen),
+                      [&](Range range) { return code >= range.first && code <= range.last; });
 }
 
 // `bytes` with everything escaped but the characters of which `isFit` is true.
@@ -69,10 +69,11 @@ std::string escaped(std::string_view bytes, IsFit isFit) {
       length = std::min(bytes.find_first_not_of(bytes[0]), bytes.size());
       // What begins no character before its like may begin one at the end of the run.
       if (character.length == 0 && decode(bytes.substr(length - 1)).length != 0) --length;
-      const std::string one =
-          fmt::format("\\x{:02x}", static_cast<unsigned>(static_cast<unsigned char>(bytes[0])));
+      const auto byte = static_cast<unsigned char>(bytes[0]);
+      constexpr char digits[] = "0123456789abcdef";
+      const char one[] = {'\\', 'x', digits[byte >> 4], digits[byte & 0xf], '\0'};
       if (length > 3) {
-        text += one + fmt::format("{{{}}}", length);
+        fmt::format_to(std::back_inserter(text), "{}{{{}}}", one, length);
       } else {
         for (std::size_t i = 0; i < length; ++i) text += one;
       }
