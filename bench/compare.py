@@ -9,7 +9,7 @@ import sys
 import time
 
 build, softhsm = sys.argv[1:]
-KESTREL, FLOOR = build + "/kestrel", build + "/floor"
+KESTREL, FLOOR, RUN = (f"{build}/{name}" for name in ("kestrel", "floor", "kestrel-run"))
 
 
 def run(command, folder):
@@ -71,6 +71,20 @@ def passes(program, folder=".", seconds=1.0):
         return int(re.findall(rb"C_GetSlotInfo : (\d+)\n", report.read())[-1])
 
 
+def milliseconds(*command):
+    start = time.monotonic()
+    subprocess.run(command, check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    return (time.monotonic() - start) * 1e3
+
+
+def added_by_run(test, count=40, pairs=9):
+    """Milliseconds that kestrel-run adds to each of the kestrels that it starts."""
+    plain = ["sh", "-c", f"cd soft; for i in $(seq {count}); do {KESTREL} -pw 12345678 {test}; done"]
+    through = [RUN, "--quiet", "--test", test, "--repeat", str(count)]
+    samples = [milliseconds(*through) - milliseconds(*plain) for _ in range(pairs)]
+    return statistics.median(samples) / count
+
+
 row("", "CPU time", "memory", "instructions")
 for test in ("libInfo", "listTokens"):
     compare(f"{test}, SoftHSM2, to the floor", [KESTREL, test], [FLOOR, test])
@@ -86,3 +100,5 @@ for name, ours, theirs in (("passes to the floor's", (KESTREL,), (FLOOR,)),
     rates = [(passes(*ours), passes(*theirs)) for _ in range(7)]
     row(f"waitTest, SoftHSM2, {name}",
         f"{statistics.median(a for a, _ in rates) / statistics.median(b for _, b in rates):.2f}")
+for test in ("libInfo", "signData"):
+    row(f"{test}, what kestrel-run adds to it", f"{added_by_run(test):.1f} ms")

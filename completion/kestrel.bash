@@ -1,11 +1,17 @@
 # bash completion for kestrel(1)                                          -*- shell-script -*-
 _kestrel() {
   COMPREPLY=()
-  # A PIN follows: nothing to propose, and file names least of all.
-  [[ ${COMP_WORDS[COMP_CWORD - 1]} == -pw ]] && return
+  local word=${COMP_WORDS[COMP_CWORD]}
   local names='-pw -d -a all printInfo libInfo listSlots listTokens login signData decryptData
     findObjectsTest decryptUpdate signUpdate negativeTests displayCertificates printOpensslVersion
     dontBlockTest tokenInfoTest waitTest changePinTest'
-  mapfile -t COMPREPLY < <(compgen -W "$names" -- "${COMP_WORDS[COMP_CWORD]}")
+  case ${COMP_WORDS[COMP_CWORD - 1]} in
+    -pw) ;;  # a PIN follows: nothing to propose, and file names least of all
+    *[\<\>])
+      compopt -o filenames 2> /dev/null  # the shell completes: quote, and mark folders
+      mapfile -t COMPREPLY < <(compgen -f -- "$word")
+      ;;
+    *) mapfile -t COMPREPLY < <(compgen -W "$names" -- "$word") ;;
+  esac
 }
 complete -F _kestrel kestrel

@@ -53,8 +53,8 @@ void Display::beginTest(std::string_view test, unsigned run, unsigned runs) {
 }
 
 void Display::progress(std::string_view output, double seconds) {
-  for (std::size_t at = 0; (at = output.find("() passed\n", at)) != output.npos; ++at) ++calls_;
   if (!moving_) return;
+  for (std::size_t at = 0; (at = output.find("() passed\n", at)) != output.npos; ++at) ++calls_;
   fmt::print(stream_, "\r\x1b[K{} {:.0f} s, {} calls", running_, seconds, calls_);
   std::fflush(stream_);
 }
@@ -71,9 +71,11 @@ void Display::finished(const TestResult& test) {
   if (quiet_ && test.passedRuns() == test.runs.size()) return;
   if (!heading_.empty()) print(std::exchange(heading_, ""));
   const std::string detail = outcomeDetail(test);
-  print(fmt::format("{}  {:<{}}  {:>5} calls  {:>7.3f} s{}{}", painted(run.outcome, outcomeWidth),
-                    test.name, testWidth, run.calls.size(), test.seconds(),
-                    detail.empty() ? "" : "  ", visible(detail)));
+  const std::string cost =
+      run.exitStatus < 0 ? ""
+                         : fmt::format("{:>5} calls  {:>7.3f} s", run.calls.size(), test.seconds());
+  print(fmt::format("{}  {:<{}}  {:22}  {}", painted(run.outcome, outcomeWidth), test.name,
+                    testWidth, cost, visible(detail)));
 }
 
 void Display::finish(const Results& results, double seconds) {

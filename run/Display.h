@@ -15,7 +15,8 @@ class Display {
 
   void beginModule(const ModuleResult& module, bool several);
   void beginTest(std::string_view test, unsigned run, unsigned runs);
-  void progress(std::string_view output, double seconds);
+  void progress(std::string_view output, double seconds);  // output since the last time
+  bool moves() const { return moving_; }
   void clear();  // the line of the running test, before anything else is written there
   void finished(const TestResult& test);
 

@@ -50,8 +50,30 @@ Node add(Node parent, const char* tag, const char* style = "", std::string_view 
   return node;
 }
 
+// Adds text in which long names may break behind their underscores, but for the first, as in CKR_.
+void addBreakable(Node node, std::string_view text) {
+  constexpr std::size_t prefix = 4;
+  std::size_t start = 0, word = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    word = text[i] == ' ' ? 0 : word + 1;
+    if (text[i] != '_' || word <= prefix) continue;
+    addText(node, text.substr(start, i + 1 - start));
+    add(node, "wbr");
+    start = i + 1;
+  }
+  addText(node, text.substr(start));
+}
+
 std::string plural(std::size_t count, const char* thing) {
   return fmt::format("{} {}{}", count, thing, count == 1 ? "" : "s");
+}
+
+// "2026-11-22 10:00:00 +01:00" of "2026-11-22T10:00:00+01:00".
+std::string readableTime(std::string time) {
+  constexpr std::size_t day = 10, second = 19;
+  if (time.size() <= second || time[day] != 'T') return time;
+  time[day] = ' ';
+  return time.insert(second, 1, ' ');
 }
 
 std::string seconds(double time) {
@@ -73,6 +95,16 @@ const Change* findChange(const Results& results, const std::string& module,
   return found == results.changes->end() ? nullptr : &*found;
 }
 
+std::string badge(const char* style) {
+  return fmt::format("badge {}", style);
+}
+
+void addChangeBadge(Node parent, const Change* change) {
+  if (change == nullptr || change->kind == Change::same) return;
+  const char* const name = changeName(change->kind);
+  add(parent, "span", badge(name).c_str(), name);
+}
+
 // Where the details of a test are on the page.
 std::string anchor(std::size_t module, const std::string& test) {
   return fmt::format("{}-{}", module + 1, visible(test));
@@ -89,7 +121,7 @@ std::string verdict(const Results& results) {
     }
   }
   if (tests == 0) return "Nothing was run";
-  if (passed == tests) return fmt::format("All of {} passed", plural(tests, "test"));
+  if (passed == tests) return fmt::format("All {} tests passed", tests);
   return fmt::format("{} of {} passed", passed, plural(tests, "test"));
 }
 
@@ -110,13 +142,13 @@ void addCounts(Node body, const Results& results) {
   }
   if (!results.changes) return;
   Node changes = add(body, "ul", "counts");
+  add(changes, "li", "", "Since the baseline:");
   for (const auto kind : {Change::same, Change::fixed, Change::broken, Change::changed}) {
     const auto count = std::count_if(results.changes->begin(), results.changes->end(),
                                      [&](const Change& change) { return change.kind == kind; });
     if (count == 0) continue;
     add(changes, "li", changeName(kind), fmt::format("{} {}", count, changeName(kind)));
   }
-  addText(add(changes, "li"), "since the baseline");
 }
 
 void addHead(Node body, const Results& results) {
@@ -127,8 +159,9 @@ void addHead(Node body, const Results& results) {
   Node header = add(body, "header");
   add(header, "h1", "", verdict(results));
   add(header, "p", "soft",
-      fmt::format("kestrel {} · {} · {} · {}", results.kestrelVersion, results.started,
-                  plural(results.modules.size(), "module"), seconds(time)));
+      fmt::format("kestrel {} · {} · {} · {}", results.kestrelVersion,
+                  readableTime(results.started), plural(results.modules.size(), "module"),
+                  seconds(time)));
   if (results.interrupted) add(header, "p", "", "Interrupted: what is missing was not run.");
   addCounts(header, results);
 }
@@ -148,11 +181,8 @@ void addCell(Node row, const Results& results, std::size_t index, const std::str
   link.append_attribute("href") = fmt::format("#{}", anchor(index, name)).c_str();
   addMarked(link, outcome);
   const std::string detail = outcomeDetail(*test);
-  if (!detail.empty()) add(link, "small", "", detail);
-  const Change* change = findChange(results, module.name, name);
-  if (change != nullptr && change->kind != Change::same) {
-    add(link, "small", "", fmt::format("{} since the baseline", changeName(change->kind)));
-  }
+  if (!detail.empty()) addBreakable(add(link, "small"), detail);
+  addChangeBadge(link, findChange(results, module.name, name));
 }
 
 void addTable(Node body, const Results& results) {
@@ -258,10 +288,6 @@ void addTimes(Node body, const std::vector<FunctionTime>& times) {
   }
 }
 
-std::string badge(const char* style) {
-  return fmt::format("badge {}", style);
-}
-
 void addTest(Node section, const Results& results, std::size_t index, const TestResult& test) {
   const Run& run = test.shown();
   const Change* change = findChange(results, results.modules[index].name, test.name);
@@ -269,11 +295,9 @@ void addTest(Node section, const Results& results, std::size_t index, const Test
   Node summary = add(details, "summary");
   add(summary, "span", "name", test.name);
   addMarked(add(summary, "span", badge(lookOf(run.outcome).style).c_str()), run.outcome);
-  if (change != nullptr && change->kind != Change::same) {
-    add(summary, "span", badge(changeName(change->kind)).c_str(), changeName(change->kind));
-  }
+  addChangeBadge(summary, change);
   const std::string detail = outcomeDetail(test);
-  if (!detail.empty()) add(summary, "span", "detail", detail);
+  if (!detail.empty()) addBreakable(add(summary, "span", "detail"), detail);
   add(summary, "span", "cost soft",
       fmt::format("{} · {}", plural(run.calls.size(), "call"), seconds(test.seconds())));
   // The link of the table goes inside, which unfolds it.
@@ -311,6 +335,35 @@ void addMissing(Node body, const Results& results) {
   }
 }
 
+std::string headOfPage(const Results& results) {
+  return fmt::format(R"(<!DOCTYPE html>
+<html lang="en">
+<head>
+<meta charset="utf-8">
+<meta name="viewport" content="width=device-width, initial-scale=1">
+<meta http-equiv="Content-Security-Policy"
+  content="default-src 'none'; style-src 'unsafe-inline'; img-src data:">
+<link rel="icon" href="data:,">
+<title>kestrel-run: {}</title>
+<style>{}</style>
+</head>
+)",
+                     verdict(results), htmlStyle);
+}
+
+// As HTML wants it: an empty element has an end tag, but for the one kind here that has none.
+std::string bodyText(const pugi::xml_document& body) {
+  std::ostringstream stream;
+  body.save(stream, "",
+            pugi::format_raw | pugi::format_no_declaration | pugi::format_no_empty_element_tags);
+  std::string text = stream.str();
+  constexpr std::string_view pair = "<wbr></wbr>", single = "<wbr/>";
+  for (std::size_t at = 0; (at = text.find(pair, at)) != text.npos;) {
+    text.replace(at, pair.size(), single);
+  }
+  return text;
+}
+
 }  // namespace
 
 std::string toHtml(const Results& results) {
@@ -321,17 +374,5 @@ std::string toHtml(const Results& results) {
   addTable(main, results);
   addMissing(main, results);
   for (std::size_t i = 0; i < results.modules.size(); ++i) addModule(main, results, i);
-  std::ostringstream page;
-  page << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
-          "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
-          "<meta http-equiv=\"Content-Security-Policy\" "
-          "content=\"default-src 'none'; style-src 'unsafe-inline'; img-src data:\">\n"
-          "<link rel=\"icon\" href=\"data:,\">\n"
-       << "<title>kestrel-run: " << verdict(results) << "</title>\n<style>" << htmlStyle
-       << "</style>\n</head>\n";
-  document.save(
-      page, "",
-      pugi::format_raw | pugi::format_no_declaration | pugi::format_no_empty_element_tags);
-  page << "\n</html>\n";
-  return page.str();
+  return headOfPage(results) + bodyText(document) + "\n</html>\n";
 }

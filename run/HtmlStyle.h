@@ -23,13 +23,14 @@ body {
 }
 h1 { font-size: 1.7rem; line-height: 1.2; margin: 0 0 .25rem; letter-spacing: -.01em; }
 h2 { font-size: 1.2rem; line-height: 1.3; margin: 2.5rem 0 .5rem; overflow-wrap: anywhere; }
+h3::first-letter { text-transform: uppercase; }
 h3 { font-size: .85rem; margin: 1.1rem 0 .35rem; color: var(--soft); }
 p { margin: 0 0 .5rem; }
 small, .soft { color: var(--soft); font-size: .85rem; }
 code, pre, .name { font-family: ui-monospace, "DejaVu Sans Mono", "Liberation Mono", monospace; }
 code, .name { font-size: .9em; }
 .path { overflow-wrap: anywhere; }
-.counts { display: flex; flex-wrap: wrap; gap: .4rem; list-style: none; margin: 1rem 0 0; padding: 0; }
+.counts { display: flex; flex-wrap: wrap; gap: .4rem; list-style: none; margin: .8rem 0 0; padding: 0; }
 .counts li { padding: .1rem .7rem; border-radius: 1rem; font-size: .9rem; font-weight: 600; }
 
 .passed, .fixed, .same { color: var(--good); background: var(--good-back); }
@@ -37,8 +38,10 @@ code, .name { font-size: .9em; }
 .crashed { color: var(--bad); background: var(--worse-back); }
 .nothing, .changed { color: var(--unsure); background: var(--unsure-back); }
 .notrun, .same { color: var(--soft); background: var(--none-back); }
+.counts li:not([class]) { padding-left: 0; font-weight: 400; }
 .mark { display: inline-block; width: 1.1em; font-weight: 700; }
 
+main > section:first-child { margin-top: 1.5rem; }
 .scroll { overflow-x: auto; border: 1px solid var(--line); border-radius: .5rem; background: var(--card); }
 table { border-collapse: separate; border-spacing: 0; font-size: .9rem; line-height: 1.35; }
 .scroll > table { width: 100%; }
@@ -47,14 +50,15 @@ tbody:last-child tr:last-child > *, tfoot tr > * { border-bottom: 0; }
 thead th { font-weight: 600; overflow-wrap: anywhere; vertical-align: bottom; }
 th:first-child { position: sticky; left: 0; z-index: 1; background: var(--card); white-space: nowrap; }
 tbody th { font-weight: 400; }
+.results th:first-child { width: 1%; line-height: 1.5; }
 .results td { min-width: 9.5rem; border-left: 1px solid var(--line); }
 .results td a { color: inherit; text-decoration: none; display: block; }
 .results td a:hover strong, .results td a:focus-visible strong { text-decoration: underline; }
 .results td small {
   color: inherit; display: -webkit-box; -webkit-box-orient: vertical; -webkit-line-clamp: 4;
-  overflow: hidden; overflow-wrap: anywhere; padding-left: 1.3em;
+  overflow: hidden; overflow-wrap: anywhere;
 }
-.numbers td { text-align: right; font-variant-numeric: tabular-nums; }
+.numbers td, .numbers th:not(:first-child) { text-align: right; font-variant-numeric: tabular-nums; }
 
 details { background: var(--card); border: 1px solid var(--line); border-radius: .5rem; margin: .4rem 0; }
 summary { display: flex; flex-wrap: wrap; gap: .1rem .8rem; align-items: baseline; padding: .5rem .8rem; cursor: pointer; }
@@ -62,7 +66,8 @@ summary::-webkit-details-marker { display: none; }
 summary::before { content: "\25b8"; color: var(--soft); width: .6rem; }
 details[open] > summary::before { content: "\25be"; }
 summary .name { min-width: 12.5rem; }
-summary .badge { padding: 0 .6rem; border-radius: 1rem; font-size: .85rem; font-weight: 600; }
+.badge { padding: 0 .6rem; border-radius: 1rem; font-size: .85rem; font-weight: 600; }
+.results .badge { display: table; margin-top: .2rem; border: 1px solid; }
 summary .detail { overflow-wrap: anywhere; flex: 1 1 14rem; font-size: .9rem; }
 summary .cost { margin-left: auto; white-space: nowrap; font-variant-numeric: tabular-nums; }
 .body { padding: 0 .8rem .9rem; border-top: 1px solid var(--line); scroll-margin-top: 5rem; }
@@ -81,7 +86,9 @@ ins, del { text-decoration: none; display: block; }
 @media (max-width: 40rem) {
   body { padding: 1.2rem .8rem 3rem; font-size: 15px; }
   th, td { padding: .4rem .5rem; }
-  .results td { min-width: 8rem; }
+  .results td { min-width: 6.5rem; }
+  .results tr:has(> td:nth-child(3)) small { display: none; }
+  th.name { font-size: .78rem; }
   summary .name { min-width: 0; font-weight: 600; }
   summary .detail { flex-basis: 100%; }
   dl { grid-template-columns: 1fr; }
@@ -94,10 +101,13 @@ ins, del { text-decoration: none; display: block; }
     --good: #0b4d25; --bad: #8a130a; --unsure: #5c3f00;
     --good-back: #e2f3e7; --bad-back: #fce6e3; --worse-back: #f7cfca; --unsure-back: #fdf0cd; --none-back: #eceef0;
   }
-  body { max-width: none; padding: 0; font-size: 10pt; -webkit-print-color-adjust: exact; print-color-adjust: exact; }
+  html { font-size: 9pt; }
+  body { max-width: none; padding: 0; font-size: 1rem; -webkit-print-color-adjust: exact; print-color-adjust: exact; }
   .scroll { overflow: visible; }
+  th, td { padding: .35rem .45rem; }
   .results td { min-width: 0; }
   .results td small { display: block; }
+  .results tr:has(> td:nth-child(5)) small { display: none; }
   th:first-child { position: static; }
   tr, summary { break-inside: avoid; }
   h2, h3 { break-after: avoid; }

@@ -40,7 +40,7 @@ std::string escaped(const std::string& bytes) {
 
 std::string cell(const TestResult* test) {
   if (test == nullptr) return "";
-  const std::string detail = escaped(outcomeDetail(*test));
+  std::string detail = escaped(outcomeDetail(*test));
   const Outcome outcome = test->shown().outcome;
   // The call and its value say that it failed.
   if (outcome == Outcome::failed && detail.starts_with('`')) return detail;

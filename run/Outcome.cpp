@@ -24,6 +24,7 @@ struct Evidence {
 };
 
 constexpr std::string_view separator = "---------------------------------------";
+constexpr char unexplained[] = "the process ended";
 constexpr char wrongSignature[] = "wrong signature";
 constexpr std::string_view pinChangeFailed = "PIN change failed: return value: ";
 
@@ -126,7 +127,7 @@ void explainFailure(const Evidence& evidence, Run& run) {
     return;
   }
   if (!failure) failure = lastFailure(evidence.report);  // the module wrote more, at its exit
-  if (!failure) return conclude(run, Outcome::failed, "exit status 1");
+  if (!failure) return conclude(run, Outcome::failed, fmt::format("{} with status 1", unexplained));
   failIn(run, failure->name, failure->value);
   if (run.call == "verifySig") nameMechanism(evidence, run);
   if (lastAfter(evidence.errors, "C_GetFunctionList failed")) {
@@ -136,7 +137,21 @@ void explainFailure(const Evidence& evidence, Run& run) {
 
 // What is left to the reader's eye when the exit status is 0.
 
-void judgeSigning(const Evidence&, Run& run) {
+bool metToken(const Evidence& evidence) {
+  return std::ranges::any_of(
+      evidence.report, [](std::string_view line) { return line.ends_with("C_Login() passed"); });
+}
+
+void judgeLogin(const Evidence& evidence, Run& run) {
+  if (!metToken(evidence)) conclude(run, Outcome::nothingTested, "no token");
+}
+
+void concludeNothing(const Evidence& evidence, Run& run) {
+  conclude(run, Outcome::nothingTested, metToken(evidence) ? "no key" : "no token");
+}
+
+void judgeSigning(const Evidence& evidence, Run& run) {
+  if (run.verified + run.unchecked == 0) return concludeNothing(evidence, run);
   if (run.verified == 0) run.outcome = Outcome::nothingTested;
   run.reason = fmt::format("{} verified", run.verified);
   if (run.unchecked > 0) run.reason += fmt::format(", {} not checked", run.unchecked);
@@ -152,16 +167,9 @@ void judgeDecryption(const Evidence& evidence, Run& run) {
   const auto wrong = [whole, message](const std::string& dump) {
     return whole ? dump != message : !message.ends_with(dump);
   };
-  if (dumps.empty()) return conclude(run, Outcome::nothingTested, "nothing decrypted");
+  if (dumps.empty()) return concludeNothing(evidence, run);
   if (std::ranges::any_of(dumps, wrong)) return conclude(run, Outcome::failed, "wrong plaintext");
   run.reason = fmt::format("{} decrypted", dumps.size());
-}
-
-void judgeLogin(const Evidence& evidence, Run& run) {
-  const auto isLogin = [](std::string_view line) { return line.ends_with("C_Login() passed"); };
-  if (std::ranges::none_of(evidence.report, isLogin)) {
-    conclude(run, Outcome::nothingTested, "no token");
-  }
 }
 
 // The steps behind C_OpenSession; the first that fails ends the test, with status 0.
@@ -186,7 +194,7 @@ void judgePinChange(const Evidence& evidence, Run& run) {
   failIn(run, steps[static_cast<std::size_t>(passed) % steps.size()],
          static_cast<std::uint32_t>(value));
   run.calls.push_back({run.call, false, *run.value, run.valueName});
-  run.reason = fmt::format("PIN change refused, {} {}", run.call, run.valueName);
+  run.reason = fmt::format("PIN change failed, {} {}", run.call, run.valueName);
 }
 
 void judgeTokenInfo(const Evidence& evidence, Run& run) {
@@ -214,10 +222,12 @@ constexpr std::array judgements{
 void judgeExit(const Evidence& evidence, Run& run) {
   if (run.exitStatus == 1) return explainFailure(evidence, run);
   if (run.exitStatus != 0) {
-    return conclude(run, Outcome::failed, fmt::format("exit status {}", run.exitStatus));
+    return conclude(run, Outcome::failed,
+                    fmt::format("{} with status {}", unexplained, run.exitStatus));
   }
   if (!isComplete(evidence.report)) {
-    return conclude(run, Outcome::failed, "the process ended in the middle of its report");
+    return conclude(run, Outcome::failed,
+                    fmt::format("{} in the middle of its report", unexplained));
   }
   run.outcome = Outcome::passed;
   const auto* row = std::ranges::find(judgements, evidence.test.name, &Judgement::test);
@@ -277,9 +287,9 @@ bool keepsTemporaryPin(std::string_view report) {
 
 }  // namespace
 
-bool loggedIn(const Run& run) {
-  return std::ranges::any_of(
-      run.calls, [](const ReportedCall& call) { return call.passed && call.name == "C_Login"; });
+std::size_t passedLogins(const Run& run) {
+  return static_cast<std::size_t>(std::ranges::count_if(
+      run.calls, [](const ReportedCall& call) { return call.passed && call.name == "C_Login"; }));
 }
 
 Run judge(const Test& test, Ended ended, double timeout) {
@@ -319,9 +329,10 @@ std::string barToLogin(const Test& test, const Run& run, bool accepted) {
   if (pinChange && (run.outcome >= Outcome::crashed || run.cut || keepsTemporaryPin(run.report))) {
     return "the PIN may be 24682468 since changePinTest";
   }
-  if (login && !accepted && run.outcome >= Outcome::crashed) {
-    return fmt::format("whether the PIN was refused is not known: {} {} in {}", run.call,
-                       outcomeName(run.outcome), test.name);
+  const bool died = run.outcome >= Outcome::crashed || run.reason.starts_with(unexplained);
+  if (died && !accepted && (login || run.call.empty())) {
+    return fmt::format("whether the PIN was refused is not known: {} {}", test.name,
+                       outcomeName(run.outcome));
   }
   return "";
 }

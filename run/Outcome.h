@@ -12,8 +12,7 @@ Run judge(const Test& test, Ended ended, double timeout);
 
 // Why no test that logs in should follow on the module: a PIN that was refused, or that may be
 // another one now, or that nobody knows the fate of. Empty if there is no such reason.
-// `accepted`: an earlier login with the PIN passed.
+// `accepted`: a login with each PIN that was handed over has passed.
 std::string barToLogin(const Test& test, const Run& run, bool accepted);
 
-// Whether a login passed in a run.
-bool loggedIn(const Run& run);
+std::size_t passedLogins(const Run& run);

@@ -50,7 +50,7 @@ void doNotBlock(const Descriptor& descriptor) {
   fcntl(descriptor.get(), F_SETFL, O_NONBLOCK);
 }
 
-// A terminal of its own for a process: what it writes comes out byte for byte.
+// A terminal of its own for a process: what it writes, and nothing else, comes out byte for byte.
 struct PseudoTerminal {
   Descriptor master;
   std::string slave;
@@ -65,6 +65,7 @@ struct PseudoTerminal {
     termios modes{};
     tcgetattr(master.get(), &modes);
     modes.c_oflag &= ~static_cast<tcflag_t>(OPOST);
+    modes.c_lflag &= ~static_cast<tcflag_t>(ECHO);
     tcsetattr(master.get(), TCSANOW, &modes);
     winsize size{};
     if (ioctl(model.descriptor(), TIOCGWINSZ, &size) == 0) ioctl(master.get(), TIOCSWINSZ, &size);

@@ -15,7 +15,8 @@ std::optional<std::uint64_t> promptAtEnd(std::string_view output);
 
 std::vector<std::string_view> linesOf(std::string_view text);
 
-// Every call that is reported, in order. A prompt shares its line with the report line behind it.
+// Every call that is reported, in order, 100,000 at most. A prompt shares its line with the report
+// line behind it.
 std::vector<ReportedCall> reportedCalls(const std::vector<std::string_view>& lines);
 
 // The last failure line, whatever a module wrote before it on the same line; null if there is none.

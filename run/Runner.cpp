@@ -3,7 +3,9 @@
 #include <fmt/format.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <ctime>
+#include <set>
 
 #include "run/Outcome.h"
 #include "run/Process.h"
@@ -60,8 +62,8 @@ class Runner {
   Results results_;
   // Of the module that is run:
   const NamedModule* module_ = nullptr;
-  std::string bar_;        // why nothing logs in any more
-  bool accepted_ = false;  // a login has passed
+  std::string bar_;                   // why nothing logs in any more
+  std::set<std::uint64_t> accepted_;  // slot positions whose PIN opened the token
 };
 
 Results Runner::run() {
@@ -76,7 +78,7 @@ Results Runner::run() {
 void Runner::runModule(const NamedModule& module) {
   module_ = &module;
   bar_.clear();
-  accepted_ = false;
+  accepted_.clear();
   results_.modules.push_back({module.name, module.path, {}});
   display_.beginModule(results_.modules.back(), options_.modules.size() > 1);
   for (const Test* test : options_.tests) {
@@ -97,8 +99,7 @@ TestResult Runner::runTest(const Test& test) {
 
 Run Runner::runOnce(const Test& test, unsigned number) {
   if (std::string reason = whyNot(test); !reason.empty()) return notRun(std::move(reason));
-  display_.beginTest(test.name, number, options_.repeat);
-  if (test.byOperator) display_.clear();
+  if (!test.byOperator) display_.beginTest(test.name, number, options_.repeat);
   Ended ended = startKestrel(test);
   const std::vector<std::uint64_t> answered = ended.answered;
   Run run = judge(test, std::move(ended), options_.timeout);
@@ -130,9 +131,11 @@ Ended Runner::startKestrel(const Test& test) {
   } else {
     command.arguments.push_back("-d");  // the prompt for a PIN wants no terminal
     supervision.pin = [this](std::uint64_t position) { return answerPrompt(position); };
-    supervision.progress = [this](std::string_view output, double seconds) {
-      display_.progress(output, seconds);
-    };
+    if (display_.moves()) {
+      supervision.progress = [this](std::string_view output, double seconds) {
+        display_.progress(output, seconds);
+      };
+    }
   }
   if (options_.everyKey) command.arguments.push_back("-a");
   command.arguments.emplace_back(test.name);
@@ -140,16 +143,21 @@ Ended Runner::startKestrel(const Test& test) {
 }
 
 void Runner::learn(const Test& test, const Run& run, const std::vector<std::uint64_t>& answered) {
-  bar_ = barToLogin(test, run, accepted_);
+  if (passedLogins(run) >= answered.size()) accepted_.insert(answered.begin(), answered.end());
+  const bool accepted =
+      !answered.empty() && std::ranges::all_of(answered, [this](std::uint64_t position) {
+        return accepted_.contains(position);
+      });
+  bar_ = barToLogin(test, run, accepted);
   if (!bar_.empty() && !answered.empty()) {
     pins_.refuse(answered.back(), fmt::format("{} on {}", bar_, module_->name));
   }
-  accepted_ = accepted_ || loggedIn(run);
 }
 
 PinAnswer Runner::answerPrompt(std::uint64_t position) {
   display_.clear();
   const Pin* const pin = pins_.find(position);
+  if (interrupt_.count() > 0) return {nullptr, "interrupted"};
   if (pin == nullptr) return {nullptr, fmt::format("no PIN for slot position {}", position)};
   if (std::string refused = pins_.refusedWhere(*pin); !refused.empty()) {
     return {nullptr, std::move(refused)};

@@ -24,4 +24,5 @@ install() {
     $missing > /dev/null
 }
 
-build_packages='cmake g++ ninja-build pkg-config libssl-dev libpcsclite-dev libp11-kit-dev'
+build_packages='cmake g++ ninja-build pkg-config libssl-dev libpcsclite-dev libp11-kit-dev
+  libcli11-dev nlohmann-json3-dev libpugixml-dev libfmt-dev'

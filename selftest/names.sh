@@ -1,6 +1,7 @@
 #!/bin/sh
 # The registry, the manual page, the completion and the usage text name the same tests: the registry
-# in app/TestRegistry.cpp is the list that the others are held against.
+# in app/TestRegistry.cpp is the list that the others are held against. Likewise the directives of the
+# software token and its manual page.
 # Usage: names.sh SOURCE-FOLDER KESTREL
 set -eu
 source=$1
@@ -39,5 +40,12 @@ proposals '' | sort > proposed
 same completion arguments proposed
 [ "$(proposals -d wait)" = waitTest ]
 [ -z "$(proposals -pw l)" ]
+touch 'pin file'
+[ "$(proposals -d login '<' pin)" = 'pin file' ]
 
-if command -v mandoc > /dev/null; then mandoc -Tlint -Wwarning "$source/doc/kestrel.1"; fi
+for directive in $(sed -n '/Names =$/,/;/s/.*" \(.*\)".*/\1/p' "$source/token/Config.cpp"); do
+  grep -q "^\.It.* *Cm $directive\>" "$source/doc/kestrel-token.7" ||
+    { echo "kestrel-token(7) lacks $directive" >&2; exit 1; }
+done
+
+if command -v mandoc > /dev/null; then mandoc -Tlint -Wwarning "$source"/doc/*.[17]; fi

@@ -9,7 +9,7 @@ try_seeds() {
   # shellcheck disable=SC2086
   set -- "$2" $tests
   while [ "$seed" -le "$1" ]; do
-    eval "test=\${$((seed % 14 + 2))}"
+    eval "test=\${$((seed % ($# - 1) + 2))}"
     tokens="setpin;key=rsa2048a,context;key=rsa2048b;certificate=empty;slot=2;certificate=garbage"
     KESTREL_TOKEN="random=$seed;$tokens" timeout 20 "$KESTREL" -a -pw 12345678 "$test" > out 2> err < /dev/null
     status=$?

@@ -1,9 +1,10 @@
 #!/bin/sh
 # What users install works away from the build: `cmake --install`, and the Debian package where
-# there is what makes one. Both run with the software token as their module.
+# there is what makes one. Both run with the software token as their module. The source package holds
+# sources alone.
 # Usage: ship.sh CMAKE CPACK BUILD-FOLDER TOKEN
 set -eu
-umask 022  # a package has the permissions that its builder gives
+umask 077  # a package serves everybody, whatever its builder keeps to himself
 cmake=$1
 cpack=$2
 build=$3
@@ -31,6 +32,11 @@ version=$(sed -n 's/^CMAKE_PROJECT_VERSION:.*=//p' "$build/CMakeCache.txt")
 "$cmake" --install "$build" --prefix "$work/installed" > /dev/null
 try "$work/installed" "$version"
 
+"$cpack" --config "$build/CPackSourceConfig.cmake" -B "$work" > packing || fail "$(cat packing)"
+tar -tzf "kestrel-$version.tar.gz" | cut -d / -f 2 | sort -u > sources
+grep -qx CMakeLists.txt sources || fail "no sources in the source package: $(cat sources)"
+! grep -e '^build' -e '^demo$' -e '^\.git$' sources || fail "this is no source"
+
 for tool in dpkg-deb dpkg-shlibdeps; do
   command -v $tool > /dev/null || { echo "no $tool: package not tried"; exit 0; }
 done
@@ -39,4 +45,6 @@ set -- kestrel_*.deb
 dpkg-deb -x "$1" unpacked
 try "$work/unpacked/usr" "$(dpkg-deb -f "$1" Version)"
 dpkg-deb -f "$1" Depends | grep -q libssl3 || fail "libraries not found: $(dpkg-deb -f "$1" Depends)"
-if command -v lintian > /dev/null; then lintian --allow-root --fail-on error,warning "$1"; fi
+if command -v lintian > /dev/null; then
+  TMPDIR=$work lintian --allow-root --fail-on error,warning "$1"  # it leaves files there
+fi
