@@ -28,6 +28,14 @@ bool couldNotLoad(const Evidence& evidence, Run& run) {
   return false;
 }
 
+// Where the shim stands in the module's place, what it says for it.
+bool notLoadedByShim(const Evidence& evidence, const ReportedCall& failure, Run& run) {
+  const auto words = lastAfter(evidence.errors, "kestrel-shim: cannot load ");
+  if (failure.name != "C_Initialize" || !words) return false;
+  conclude(run, Outcome::couldNotLoad, std::string(*words));
+  return true;
+}
+
 bool endedByModule(const Evidence& evidence, Run& run) {
   constexpr std::string_view exceptionStart = "kestrel: an exception left the module's ";
   const std::string_view last = lastLine(evidence.errors);
@@ -92,9 +100,11 @@ void nameMechanism(const Evidence& evidence, Run& run) {
 void explainFailure(const Evidence& evidence, Run& run) {
   if (endedByModule(evidence, run)) return;
   std::optional<ReportedCall> failure = lastFailure({lastLine(evidence.report)});
+  if (failure && notLoadedByShim(evidence, *failure, run)) return;
   if (!failure && (couldNotLoad(evidence, run) || endedBySlotEvents(evidence, run))) return;
   if (!failure && endedByLine(evidence, run)) {
     if (run.reason == wrongSignature) nameMechanism(evidence, run);
+    if (lastAfter(evidence.errors, "kestrel-shim: no token matches")) run.reason = "no such token";
     return;
   }
   if (!failure) failure = lastFailure(evidence.report);  // the module wrote more, at its exit

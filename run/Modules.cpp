@@ -73,6 +73,15 @@ NamedModule readArgument(const std::string& argument, std::set<std::string>& giv
   return {name, realPath(argument.substr(equals + 1))};
 }
 
+// A module that came with this program, by its folder in a build; empty if it is not there.
+fs::path ownModule(const char* buildFolder, const char* file) {
+  for (const char* folder : {buildFolder, INSTALLED_MODULES}) {
+    const fs::path path = ownFolder() / folder / file;
+    if (fs::exists(path)) return fs::canonical(path);
+  }
+  return {};
+}
+
 bool isProgram(const fs::path& path) {
   return fs::is_regular_file(path) && access(path.c_str(), X_OK) == 0;
 }
@@ -101,12 +110,17 @@ std::vector<NamedModule> nameModules(const std::vector<std::string>& arguments) 
 }
 
 NamedModule softwareToken() {
-  constexpr char file[] = "kestrel-token.so";
-  for (const char* folder : {"token", INSTALLED_MODULES}) {
-    const fs::path path = ownFolder() / folder / file;
-    if (fs::exists(path)) return {nameOf(path), fs::canonical(path)};
+  const fs::path path = ownModule("token", "kestrel-token.so");
+  if (path.empty()) {
+    throw std::runtime_error("no module was named, and the software token is not installed");
   }
-  throw std::runtime_error("no module was named, and the software token is not installed");
+  return {nameOf(path), path};
+}
+
+fs::path shimModule() {
+  const fs::path path = ownModule("shim", "kestrel-shim.so");
+  if (path.empty()) throw std::runtime_error("kestrel-shim.so is not installed");
+  return path;
 }
 
 fs::path findKestrel() {

@@ -18,6 +18,9 @@ std::vector<NamedModule> nameModules(const std::vector<std::string>& arguments);
 // The software token that came with this program. Throws std::runtime_error if there is none.
 NamedModule softwareToken();
 
+// The module that goes between kestrel and another. Throws std::runtime_error if there is none.
+std::filesystem::path shimModule();
+
 // The kestrel beside this program, else the one in PATH. Throws std::runtime_error if there is
 // none.
 std::filesystem::path findKestrel();

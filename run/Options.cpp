@@ -4,6 +4,8 @@
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
+#include <cstdio>
+#include <string_view>
 #include <system_error>
 
 namespace {
@@ -62,6 +64,17 @@ CommandLine readCommandLine(int argc, char** argv) {
       ->type_name("N");
   app.add_option("--between", options.between, "Run by the shell after each test")
       ->type_name("COMMAND");
+  ShimOptions& shim = options.shim;
+  app.add_option("--token", shim.token, "Only the tokens of this label or \"pkcs11:\" URI")
+      ->type_name("TOKEN");
+  app.add_option("--mechanisms", shim.mechanisms,
+                 "Only these: names, numbers, \"signable\" or \"multipart\"")
+      ->type_name("LIST");
+  app.add_option("--waive", shim.waivers,
+                 "Step over a known deviation (repeatable), or over all of them with \"all\"")
+      ->type_name("NAME")
+      ->allow_extra_args(false);
+  app.add_flag("--trace", shim.trace, "Record each call with its arguments and its time");
   app.add_option("-o,--out", options.out, "Keep every report, and the results as results.json")
       ->type_name("DIR");
   app.add_option("--baseline", options.baseline, "Compare with an earlier --out")->type_name("DIR");
@@ -77,6 +90,14 @@ CommandLine readCommandLine(int argc, char** argv) {
       ->type_name("PATH");
   app.add_flag("-q,--quiet", options.quiet, "Show only what did not pass, and the totals");
   app.add_option("module", modules, "Default: the software token")->type_name("[NAME=]MODULE");
+  for (int i = 1; i < argc; ++i) {
+    // The library would take the next argument for the value.
+    const std::string_view argument = argv[i];
+    if (!argument.starts_with("--") || argument.find('=') != argument.size() - 1) continue;
+    std::fprintf(stderr, "%s: no value\n", argv[i]);
+    line.status = 2;
+    return line;
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -8,6 +8,15 @@
 #include "run/Modules.h"
 #include "run/Tests.h"
 
+// What the module in between is told; it is there only when one of these is given.
+struct ShimOptions {
+  std::optional<std::string> token, mechanisms;
+  std::vector<std::string> waivers;
+  bool trace = false;
+
+  bool isAsked() const { return token || mechanisms || !waivers.empty() || trace; }
+};
+
 struct Options {
   std::vector<const Test*> tests;
   std::vector<NamedModule> modules;
@@ -21,6 +30,7 @@ struct Options {
   std::string junit, json, markdown, html;  // files; "-" is standard output; empty for none
   std::filesystem::path kestrel;
   bool quiet = false;
+  ShimOptions shim;
 };
 
 // What the command line asks for; an exit status instead when nothing is to be run: 0 after help

@@ -51,6 +51,7 @@ struct Run {
   int exitStatus = 0;          // of kestrel; 128 + N for signal N; -1 when it was not run
   bool cut = false;            // the report was longer than what is kept
   std::string report, errors;  // standard output and standard error
+  std::string trace;           // of each call; kept in a file of its own
 };
 
 // One test on one module: as many runs as --repeat asks for, at least one.

@@ -10,6 +10,7 @@
 #include "run/Outcome.h"
 #include "run/Process.h"
 #include "run/Report.h"
+#include "run/Shim.h"
 #include "run/Text.h"
 
 namespace {
@@ -49,7 +50,7 @@ class Runner {
   TestResult runTest(const Test& test);
   Run runOnce(const Test& test, unsigned number);
   std::string whyNot(const Test& test) const;
-  Ended startKestrel(const Test& test);
+  Ended startKestrel(const Test& test, ShimFiles& files);
   void learn(const Test& test, const Run& run, const std::vector<std::uint64_t>& answered);
   PinAnswer answerPrompt(std::uint64_t position);
   void runBetween();
@@ -100,11 +101,15 @@ TestResult Runner::runTest(const Test& test) {
 Run Runner::runOnce(const Test& test, unsigned number) {
   if (std::string reason = whyNot(test); !reason.empty()) return notRun(std::move(reason));
   if (!test.byOperator) display_.beginTest(test.name, number, options_.repeat);
-  Ended ended = startKestrel(test);
+  ShimFiles files;
+  Ended ended = startKestrel(test, files);
   const std::vector<std::uint64_t> answered = ended.answered;
   Run run = judge(test, std::move(ended), options_.timeout);
   if (test.logsIn) learn(test, run, answered);
-  for (std::string* text : {&run.report, &run.errors, &run.reason}) pins_.removeFrom(*text);
+  addFindings(std::move(files), run);
+  for (std::string* text : {&run.report, &run.errors, &run.reason, &run.trace}) {
+    pins_.removeFrom(*text);
+  }
   if (results_.kestrelVersion.empty()) {
     const auto version = lastAfter(linesOf(run.report), "kestrel version: ");
     if (version) results_.kestrelVersion = version->substr(0, version->find(' '));
@@ -119,9 +124,11 @@ std::string Runner::whyNot(const Test& test) const {
   return "";
 }
 
-Ended Runner::startKestrel(const Test& test) {
+Ended Runner::startKestrel(const Test& test, ShimFiles& files) {
   const TemporaryFolder folder;
-  std::filesystem::create_symlink(module_->path, folder.path() / "libnorvalepk11.so");
+  const bool between = options_.shim.isAsked();
+  std::filesystem::create_symlink(between ? shimModule() : module_->path,
+                                  folder.path() / "libnorvalepk11.so");
   Supervision supervision{.interrupt = interrupt_, .timeout = options_.timeout};
   supervision.patient = test.name == "changePinTest";  // that would leave another PIN behind
   supervision.endless = test.name == "waitTest";
@@ -139,7 +146,12 @@ Ended Runner::startKestrel(const Test& test) {
   }
   if (options_.everyKey) command.arguments.push_back("-a");
   command.arguments.emplace_back(test.name);
-  return supervise(command, supervision);
+  if (between) {
+    command.environment = shimEnvironment(options_.shim, test.name, module_->path, folder.path());
+  }
+  Ended ended = supervise(command, supervision);
+  if (between) files = readShimFiles(folder.path());
+  return ended;
 }
 
 void Runner::learn(const Test& test, const Run& run, const std::vector<std::uint64_t>& answered) {

@@ -87,14 +87,18 @@ class SpawnPlan {
       posix_spawn_file_actions_addchdir_np(&actions_, command.folder.c_str());
     }
     posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1);
-    std::vector<char*> arguments{const_cast<char*>(command.program.c_str())};
-    for (const std::string& argument : command.arguments) {
-      arguments.push_back(const_cast<char*>(argument.c_str()));
-    }
+    std::vector<char*> arguments{const_cast<char*>(command.program.c_str())}, environment;
+    const auto add = [](const std::vector<std::string>& texts, std::vector<char*>& to) {
+      for (const std::string& text : texts) to.push_back(const_cast<char*>(text.c_str()));
+    };
+    add(command.arguments, arguments);
+    for (char** each = environ; *each != nullptr; ++each) environment.push_back(*each);
+    add(command.environment, environment);
     arguments.push_back(nullptr);
+    environment.push_back(nullptr);
     pid_t process = -1;
     const int error = posix_spawn(&process, command.program.c_str(), &actions_, &attributes_,
-                                  arguments.data(), environ);
+                                  arguments.data(), environment.data());
     if (error != 0) fail(command.program, error);
     return process;
   }

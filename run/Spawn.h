@@ -12,8 +12,9 @@
 
 struct Command {
   std::filesystem::path program;
-  std::vector<std::string> arguments;  // without the program's name
-  std::filesystem::path folder;        // to run in; empty for the current one
+  std::vector<std::string> arguments;         // without the program's name
+  std::filesystem::path folder;               // to run in; empty for the current one
+  std::vector<std::string> environment = {};  // beside this program's own, of the form NAME=VALUE
 };
 
 struct Child {

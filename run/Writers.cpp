@@ -61,8 +61,12 @@ void keepReports(const fs::path& folder, const ModuleResult& module, Steps& step
       const Run& run = test.runs[i];
       if (run.exitStatus < 0) continue;
       const std::string number = i == 0 ? "" : fmt::format(".{}", i + 1);
-      const fs::path file = folder / fmt::format("{}.report{}", test.name, number);
-      steps.run([&] { writeFile(file, run.report); });
+      const auto keep = [&](const char* kind, const std::string& text) {
+        const fs::path file = folder / fmt::format("{}.{}{}", test.name, kind, number);
+        steps.run([&] { writeFile(file, text); });
+      };
+      keep("report", run.report);
+      if (!run.trace.empty()) keep("trace", run.trace);
     }
   }
 }

@@ -11,6 +11,7 @@
 #include "run/Options.h"
 #include "run/Process.h"
 #include "run/Runner.h"
+#include "run/Shim.h"
 #include "run/Writers.h"
 
 namespace {
@@ -36,6 +37,7 @@ int runAll(const Options& options) {
   const std::optional<Results> baseline = readBaseline(options);
   adoptOrphans();
   Interrupt interrupt;
+  if (options.shim.isAsked()) checkShim(options, interrupt);
   const std::unique_ptr<Terminal> terminal = Terminal::open();
   Display display(usesStandardOutput(options) ? stderr : stdout, options.quiet);
   if (options.ownToken && pins.empty()) {

@@ -23,6 +23,8 @@ namespace {
 constexpr std::string_view unfinished =
     "<unfinished ...>                                                                ";
 
+constexpr off_t maxSize = off_t{16} << 20;  // of the file: some tests do not end
+
 constexpr CK_ULONG maxBytes = 64;  // of data that are shown
 constexpr CK_ULONG maxAttributes = 16;
 
@@ -219,8 +221,11 @@ void Trace::open(const char* path) {
 
 void Trace::write(std::string_view text, off_t position) {
   if (full_) return;
-  if (pwrite(file_, text.data(), text.size(), position) == static_cast<ssize_t>(text.size())) {
-    end_ = std::max(end_, position + static_cast<off_t>(text.size()));
+  const off_t end = position + static_cast<off_t>(text.size());
+  errno = EFBIG;
+  if (end <= maxSize &&
+      pwrite(file_, text.data(), text.size(), position) == static_cast<ssize_t>(text.size())) {
+    end_ = std::max(end_, end);
     return;
   }
   full_ = true;

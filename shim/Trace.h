@@ -8,7 +8,7 @@
 // Behind the time stand the counts, lengths and handles that came back, the waiver that stepped in,
 // and "thread=N" for a call of another thread than the first. A line is there before its call
 // begins, with "<unfinished ...>" in the place of the result: a call that never returned is seen.
-// Of a PIN only the length is ever read.
+// Of a PIN only the length is ever read. At 16 MiB the trace ends, and says so on standard error.
 #pragma once
 
 #include <sys/types.h>
