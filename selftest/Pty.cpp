@@ -1,9 +1,9 @@
 // Runs a program on a pseudo terminal and deals with it as an operator would:
 //   pty ACTION... -- PROGRAM ARGUMENT...
 // Actions: "?TEXT" waits until TEXT has come out since the last action; "off" and "on" wait until
-// the terminal does not echo, or does, and note which it is; anything else is typed. Then the
-// program's whole output is printed, with the notes in place, whether the terminal echoes in the
-// end, and the signal that ended the program if one did.
+// the terminal does not echo, or does, and note which it is; anything else is typed, a "\n" at its
+// end as the return key. Then the program's whole output is printed, with the notes in place,
+// whether the terminal echoes in the end, and the signal that ended the program if one did.
 #include <poll.h>
 #include <pty.h>
 #include <sys/wait.h>
@@ -42,7 +42,8 @@ void noteEcho() {
   transcript += echoes() ? "[echo on]" : "[echo off]";
 }
 
-void act(const std::string& action, std::size_t& seen) {
+void act(std::string action, std::size_t& seen) {
+  if (action.ends_with("\\n")) action.replace(action.size() - 2, 2, "\n");
   if (action == "on" || action == "off") {
     for (int i = 0; i < 1000 && echoes() != (action == "on"); ++i) usleep(10000);
     noteEcho();
