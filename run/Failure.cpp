@@ -36,18 +36,21 @@ bool notLoadedByShim(const Evidence& evidence, const ReportedCall& failure, Run&
   return true;
 }
 
-bool endedByModule(const Evidence& evidence, Run& run) {
-  constexpr std::string_view exceptionStart = "kestrel: an exception left the module's ";
-  const std::string_view last = lastLine(evidence.errors);
-  const bool exception = last.starts_with(exceptionStart);
-  if (!exception &&
-      !(last.starts_with("kestrel: the module's ") && last.ends_with("() ended the process"))) {
-    return false;
-  }
+// What kestrel itself says on standard error comes last there, and is about the end.
+bool endedInWords(const Evidence& evidence, Run& run) {
+  std::string_view words = lastLine(evidence.errors);
+  constexpr std::string_view own = "kestrel: ", exception = "an exception left the module's ";
+  if (!words.starts_with(own)) return false;
+  words.remove_prefix(own.size());
   run.call = namedCall(evidence.errors);
-  conclude(run, Outcome::failed,
-           exception ? fmt::format("an exception left {}", last.substr(exceptionStart.size()))
-                     : fmt::format("{} ended the process", run.call));
+  if (words.starts_with(exception)) {
+    words.remove_prefix(exception.size());
+    conclude(run, Outcome::failed, fmt::format("an exception left {}", words));
+  } else if (words.starts_with("the module's ") && words.ends_with("() ended the process")) {
+    conclude(run, Outcome::failed, fmt::format("{} ended the process", run.call));
+  } else {
+    conclude(run, Outcome::failed, std::string(words));
+  }
   return true;
 }
 
@@ -98,7 +101,7 @@ void nameMechanism(const Evidence& evidence, Run& run) {
 
 // The end of the report comes before what stands above it, where a text of the module's may be.
 void explainFailure(const Evidence& evidence, Run& run) {
-  if (endedByModule(evidence, run)) return;
+  if (endedInWords(evidence, run)) return;
   std::optional<ReportedCall> failure = lastFailure({lastLine(evidence.report)});
   if (failure && notLoadedByShim(evidence, *failure, run)) return;
   if (!failure && (couldNotLoad(evidence, run) || endedBySlotEvents(evidence, run))) return;

@@ -143,11 +143,13 @@ bool isComplete(const std::vector<std::string_view>& lines) {
 
 std::string namedCall(const std::vector<std::string_view>& errors) {
   for (auto line = errors.rbegin(); line != errors.rend(); ++line) {
-    const std::size_t start = line->find(" the module's ");
-    const std::size_t end = line->find("()", start);
-    if (!line->starts_with("kestrel: ") || end == line->npos) continue;
-    constexpr std::size_t words = std::string_view(" the module's ").size();
-    return std::string(line->substr(start + words, end - start - words));
+    if (!line->starts_with("kestrel: ")) continue;
+    for (const std::string_view owner : {" the module's ", " the PC/SC service's "}) {
+      const std::size_t start = line->find(owner);
+      const std::size_t end = line->find("()", start);
+      if (start == line->npos || end == line->npos) continue;
+      return std::string(line->substr(start + owner.size(), end - start - owner.size()));
+    }
   }
   return "";
 }

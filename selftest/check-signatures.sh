@@ -1,13 +1,14 @@
 #!/bin/sh
 # check-signatures.sh CERTIFICATE < REPORT: has the openssl command verify every signature that a
 # report of signData or signUpdate dumps, with the key of a certificate: one line per
-# signature. CERTIFICATE is the name of a pair that the software token holds.
+# signature. CERTIFICATE is a PEM file, or the name of a pair that the software token holds.
 # Neither kestrel's nor the token's own use of OpenSSL takes part.
 set -eu
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 
-openssl x509 -in "$(dirname "$0")/../token/credentials/$1.pem" -pubkey -noout > "$folder/key"
+[ -e "$1" ] || set -- "$(dirname "$0")/../token/credentials/$1.pem"
+openssl x509 -in "$1" -pubkey -noout > "$folder/key"
 printf 'This is a test string to sign\0' > "$folder/message"
 
 # A signature's mechanism is named behind its dump; the last part of a dump line is its text.
