@@ -26,13 +26,14 @@ std::string dump(const void* bytes, std::uint32_t length) {
 }
 
 TEST(Units, HexDumpAlignsTheTextColumn) {
-  const char text[] = "This is a test string to sign\x7f\xff";
+  const char text[] = "This is a test string to sign";
   EXPECT_EQ(dump(text, 16),
             "00000000: 54 68 69 73 20 69 73 20 61 20 74 65 73 74 20 73   This is a test s\n\n");
   EXPECT_EQ(dump(text, 17),
             "00000000: 54 68 69 73 20 69 73 20 61 20 74 65 73 74 20 73   This is a test s\n"
             "00000010: 74 " +
                 std::string(45, ' ') + "  t\n\n");
+  EXPECT_EQ(dump(" ~\x1f\x7f", 4), "00000000: 20 7e 1f 7f " + std::string(36, ' ') + "   ~..\n\n");
   EXPECT_EQ(dump(text, 0), "HexDump ? bufferLen = 0 or NULL buffer passed\n");
   EXPECT_EQ(dump(nullptr, 18), "HexDump ? bufferLen = 18 or NULL buffer passed\n");
 }
