@@ -17,7 +17,8 @@ inline constexpr auto signingMechanisms = [] {
   auto* row = rows.begin();
   for (const SignatureMechanism& known : signatureMechanisms) {
     if (known.type == CKM_RSA_X_509) continue;
-    const bool hashes = known.digest != nullptr && known.tokenData == TokenData::message;
+    const bool hashes =
+        known.padding != Padding::unchecked && known.tokenData == TokenData::message;
     *row++ = {known.type, hashes, known.padding == Padding::pss};
   }
   return rows;

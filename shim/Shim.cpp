@@ -91,12 +91,8 @@ template <const auto& entry, typename... Parameters>
 auto wrapperOf(CK_RV (*CK_FUNCTION_LIST::* /*member*/)(Parameters...)) {
   return +[](Parameters... arguments) -> CK_RV {
     const auto call = [&]() -> CK_RV {
-      constexpr auto changed = changes.*entry.member;
-      if constexpr (changed != nullptr) {
-        return changed(arguments...);
-      } else {
-        return ask(entry.member, arguments...);
-      }
+      const auto changed = changes.*entry.member;
+      return changed != nullptr ? changed(arguments...) : ask(entry.member, arguments...);
     };
     return traced(entry.name, entry.words, call, arguments...);
   };
