@@ -2,8 +2,9 @@
 _kestrel_run() {
   COMPREPLY=()
   local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
-  local options='--test --every-key --pin-file --timeout --repeat --between --out --baseline --junit
-    --json --markdown --html --kestrel --quiet --help --version'
+  local options='--test --every-key --pin-file --timeout --repeat --between --token --mechanisms
+    --waive --trace --out --baseline --junit --json --markdown --html --kestrel --quiet --help
+    --version'
   local names='all printInfo libInfo listSlots listTokens login signData decryptData findObjectsTest
     decryptUpdate signUpdate negativeTests displayCertificates printOpensslVersion dontBlockTest
     tokenInfoTest waitTest changePinTest'
@@ -12,7 +13,12 @@ _kestrel_run() {
   [[ $word == = ]] && word=
   case $before:$word in
     -t:* | --test:*) mapfile -t COMPREPLY < <(compgen -W "$names" -- "$word") ;;
-    --timeout:* | --repeat:* | --between:*) ;;  # the operator's own
+    --mechanisms:*) mapfile -t COMPREPLY < <(compgen -W 'signable multipart' -- "$word") ;;
+    --waive:*)
+      local waivers='all length-query salt-length fixed-slot read-only'
+      mapfile -t COMPREPLY < <(compgen -W "$waivers" -- "$word")
+      ;;
+    --timeout:* | --repeat:* | --between:* | --token:*) ;;  # the operator's own
     -o:* | --out:* | --baseline:*)
       compopt -o filenames 2> /dev/null  # the shell completes: quote, and mark folders
       mapfile -t COMPREPLY < <(compgen -d -- "$word")

@@ -70,4 +70,10 @@ for directive in $(sed -n '/Names =$/,/;/s/.*" \(.*\)".*/\1/p' "$source/token/Co
     { echo "kestrel-token(7) lacks $directive" >&2; exit 1; }
 done
 
+sed -n '/^\.Sh WAIVERS/,/^\.Pp/s/^\.It Cm //p' "$source/doc/kestrel-shim.7" | sort > manual
+proposals kestrel-run --waive '' | grep -vx all | sort > proposed
+same "waivers in the completion" manual proposed
+sed -n '/waiverNames{/,/}/p' "$source/shim/Settings.cpp" | grep -o '"[a-z-]*"' | tr -d '"' | sort > table
+same "waivers in the manual page" table manual
+
 if command -v mandoc > /dev/null; then mandoc -Tlint -Wwarning "$source"/doc/*.[17]; fi
