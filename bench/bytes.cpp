@@ -30,6 +30,7 @@ void match(benchmark::State& state) {
   for ([[maybe_unused]] auto _ : state) {
     benchmark::DoNotOptimize(matchAtr(KnownCardTable, atr.data(), length));
   }
+  report.flush();
 }
 BENCHMARK(match)->Arg(0)->Arg(77);
 

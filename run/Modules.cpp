@@ -31,6 +31,7 @@ std::string nameOf(const fs::path& file) {
 
 fs::path realPath(const std::string& path) {
   std::error_code error;
+  if (path.empty()) throw std::runtime_error("a module has no path");
   fs::path real = fs::canonical(path, error);
   if (error) throw std::runtime_error(fmt::format("{}: {}", path, error.message()));
   return real;

@@ -57,10 +57,10 @@ CommandLine readCommandLine(int argc, char** argv) {
                  "PINs, a line each, from slot position 0 on; an empty line for none")
       ->type_name("FILE");
   app.add_option("--timeout", options.timeout, "Of one test (default 120, 0 for none)")
-      ->check(CLI::Range(0.0, 1e6))
+      ->check(CLI::Range(0.0, 1e6).description(""))
       ->type_name("SECONDS");
   app.add_option("--repeat", options.repeat, "Run each test N times")
-      ->check(CLI::Range(1u, 1000000u))
+      ->check(CLI::Range(1u, 1000000u).description(""))
       ->type_name("N");
   app.add_option("--between", options.between, "Run by the shell after each test")
       ->type_name("COMMAND");

@@ -86,9 +86,9 @@ Ended Supervisor::run(const Command& command) {
   if (supervision_.lent != nullptr) {
     modes_.emplace(supervision_.lent->descriptor(), TerminalModes::Kind::lent);
   }
+  startClock();
   child_ = spawn(command, supervision_.lent);
   if (!supervision_.pin && supervision_.lent == nullptr) child_.input.reset();
-  startClock();
   do {
     await();
     lookAtPrompt();

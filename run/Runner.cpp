@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <map>
 #include <set>
 
 #include "run/Outcome.h"
@@ -61,6 +62,8 @@ class Runner {
   Terminal* terminal_;
   Display& display_;
   Results results_;
+  // Where a PIN that opens the token was refused all the same, as security officer's for instance.
+  std::map<const Test*, std::string> refusedTests_;
   // Of the module that is run:
   const NamedModule* module_ = nullptr;
   std::string bar_;                   // why nothing logs in any more
@@ -120,6 +123,9 @@ Run Runner::runOnce(const Test& test, unsigned number) {
 
 std::string Runner::whyNot(const Test& test) const {
   if (test.logsIn && !bar_.empty()) return bar_;
+  if (const auto refused = refusedTests_.find(&test); refused != refusedTests_.end()) {
+    return refused->second;
+  }
   if (test.byOperator && terminal_ == nullptr) return "wants an operator at a terminal";
   return "";
 }
@@ -155,14 +161,19 @@ Ended Runner::startKestrel(const Test& test, ShimFiles& files) {
 }
 
 void Runner::learn(const Test& test, const Run& run, const std::vector<std::uint64_t>& answered) {
-  if (passedLogins(run) >= answered.size()) accepted_.insert(answered.begin(), answered.end());
+  const bool acceptedNow = passedLogins(run) >= answered.size();
+  if (acceptedNow) accepted_.insert(answered.begin(), answered.end());
   const bool accepted =
       !answered.empty() && std::ranges::all_of(answered, [this](std::uint64_t position) {
         return accepted_.contains(position);
       });
   bar_ = barToLogin(test, run, accepted);
-  if (!bar_.empty() && !answered.empty()) {
-    pins_.refuse(answered.back(), fmt::format("{} on {}", bar_, module_->name));
+  if (bar_.empty() || answered.empty()) return;
+  const std::string where = fmt::format("{} on {}", bar_, module_->name);
+  if (acceptedNow && test.name != "changePinTest") {
+    refusedTests_.emplace(&test, where);
+  } else {
+    pins_.refuse(answered.back(), where);
   }
 }
 

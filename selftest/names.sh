@@ -64,8 +64,9 @@ fi
 [ "$(proposals kestrel-run name = pin)" = 'pin file' ]
 [ -z "$(proposals kestrel-run --out pin)" ]
 
-for directive in $(sed -n '/Names =$/,/;/s/.*" \(.*\)".*/\1/p' "$source/token/Config.cpp"); do
-  grep -q "^\.It.* *Cm $directive\>" "$source/doc/kestrel-token.7" ||
+for directive in $(sed -n '/Names =$/,/;/s/.*" \(.*\)".*/\1/p' "$source/token/Config.cpp") \
+  $(sed -n 's/^    {"\([a-z_]*\)", .*/\1/p' "$source/token/Harm.cpp"); do
+  grep -q "^\.It Cm \(.* \)*$directive\>" "$source/doc/kestrel-token.7" ||
     { echo "kestrel-token(7) lacks $directive" >&2; exit 1; }
 done
 

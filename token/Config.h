@@ -1,49 +1,7 @@
 // How the software token behaves, chosen from outside through the environment.
 //
-// KESTREL_TOKEN holds directives, one to a line or separated by ';'. Without any, the token is a
+// KESTREL_TOKEN holds directives, which doc/kestrel-token.7 lists. Without any, the token is a
 // conforming one: one slot of ID 1 with PIN 12345678 and one RSA-2048 key pair with certificate.
-//
-// clang-format off
-// The module:
-//   log=FILE                 append every call with its arguments to FILE
-//   library=TEXT             library description
-//   version=MAJOR.MINOR      library version
-//   nolist, badlist          C_GetFunctionList answers CKR_OK with a null list, or one that cannot
-//                            be read
-//   null=C_X                 the list's entry for C_X is null
-//   C_X=RV, C_X#N=RV         every call, or the N-th call, of C_X answers RV (0x... or decimal) and
-//                            does nothing else; or does a HARM instead, and then its work
-//   C_X.out=V, C_X#N.out=V   C_X does its work, then every count or length that it returns is V
-//   load=HARM, unload=HARM   when it is loaded, or when it is unloaded or the process ends
-//                            HARM: segv, trap, alarm, abort, throw, overflow, hang; exit, _exit,
-//                            quick_exit (with 0); reset, block (the signals); print (unflushed);
-//                            badbit, unsync, fclose, lock (standard output's streams); return
-//                            (none). thread:HARM on another thread, child:HARM in a forked child,
-//                            later:HARM on a thread, but only when there is a file "now"
-//   random=SEED              answers, counts, lengths and texts drawn at random
-//   event=ID@MS              a slot event for slot ID, MS milliseconds after the one before
-//   eventfile=FILE           a slot event for slot 1 whenever FILE is there (it is taken away)
-// A slot (the first "slot" replaces the default one, what follows belongs to it):
-//   slot=ID  empty  flags=N  description=TEXT  manufacturer=TEXT
-// Its token (\xNN stands for any byte of a text; text fields are padded with blanks):
-//   label=TEXT  maker=TEXT  model=TEXT  pin=TEXT
-//   tries=N                  tries left, of 3
-//   setpin                   C_SetPIN works in a read-only session too
-//   mechanisms=N,N,...       the list, in order
-//   key=NAME[,nopublic][,nocert][,context|always][,cert=NAME]
-//                            a key pair (the first one replaces the default; "none" leaves the
-//                            token empty). context: wants a context-specific login once per
-//                            operation; always: refuses even then. NAME: rsa2048a, rsa2048b,
-//                            rsa4096; and rsapss for a certificate of rsa2048a
-//   certificate=NAME[,LABEL] one more certificate; NAME also ec256, empty, garbage, or a number of
-//                            bytes
-//   handles=N                handle of the first object
-//   refuse=NAME[,NAME]       refuses what some modules refuse: "length-query" (C_Sign without data,
-//                            which ends the operation), "salt-length" (of all ones, for PSS)
-//   spoil                    signatures are wrong
-//   pad                      CKM_RSA_X_509 pads like PKCS#1 v1.5
-//   hold                     plaintext of a multi-part decryption comes with C_DecryptFinal
-// clang-format on
 #pragma once
 
 #include <chrono>
