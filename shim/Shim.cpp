@@ -110,6 +110,21 @@ void wrap(CK_FUNCTION_LIST& list) {
   if (list.C_GetFunctionList != nullptr) list.C_GetFunctionList = C_GetFunctionList;
 }
 
+// A copy of the module's list. False where it cannot all be read: a caller is to meet that when he
+// uses the list, as he would without a shim.
+bool copyList(const CK_FUNCTION_LIST* list, CK_FUNCTION_LIST& copy) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) {
+    copy = *list;
+    return true;
+  }
+  const bool copied = write(ends[1], list, sizeof copy) == sizeof copy &&
+                      read(ends[0], &copy, sizeof copy) == sizeof copy;
+  close(ends[0]);
+  close(ends[1]);
+  return copied;
+}
+
 // Without a module behind there is one entry, which says why.
 CK_RV listNothing(CK_FUNCTION_LIST** list) {
   static CK_FUNCTION_LIST nothing{};
@@ -129,8 +144,10 @@ __attribute__((visibility("default"))) CK_RV C_GetFunctionList(CK_FUNCTION_LIST*
   const CK_RV result = traced("C_GetFunctionList", "list", call, static_cast<const void*>(list));
   // A module that leaves the caller's pointer alone may leave ours there, from an earlier call.
   if (result != CKR_OK || list == nullptr || *list == nullptr || *list == &wrapped) return result;
+  CK_FUNCTION_LIST copy;
+  if (!copyList(*list, copy)) return result;
   shim.module = *list;
-  wrapped = *shim.module;
+  wrapped = copy;
   wrap(wrapped);
   *list = &wrapped;
   return CKR_OK;
