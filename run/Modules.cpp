@@ -92,6 +92,7 @@ bool isProgram(const fs::path& path) {
 std::vector<NamedModule> nameModules(const std::vector<std::string>& arguments) {
   std::set<std::string> taken;
   std::vector<NamedModule> modules;
+  modules.reserve(arguments.size());
   for (const std::string& argument : arguments) modules.push_back(readArgument(argument, taken));
   std::map<std::string, std::vector<NamedModule*>> unnamed;
   for (NamedModule& module : modules) {
@@ -119,13 +120,13 @@ NamedModule softwareToken() {
 }
 
 fs::path shimModule() {
-  const fs::path path = ownModule("shim", "kestrel-shim.so");
+  fs::path path = ownModule("shim", "kestrel-shim.so");
   if (path.empty()) throw std::runtime_error("kestrel-shim.so is not installed");
   return path;
 }
 
 fs::path findKestrel() {
-  const fs::path beside = ownFolder() / "kestrel";
+  fs::path beside = ownFolder() / "kestrel";
   if (isProgram(beside)) return beside;
   const char* const path = std::getenv("PATH");
   for (std::string rest = path == nullptr ? "" : path; !rest.empty();) {

@@ -131,7 +131,7 @@ std::string barToLogin(const Test& test, const Run& run, bool accepted) {
     return "the PIN may be 24682468 since changePinTest";
   }
   const bool died = run.outcome >= Outcome::crashed || run.reason.starts_with(unexplained);
-  if (died && !accepted && (login || run.call.empty())) {
+  if (!accepted && ((login && !run.value) || (died && run.call.empty()))) {
     return fmt::format("whether the PIN was refused is not known: {} {}", test.name,
                        outcomeName(run.outcome));
   }

@@ -60,7 +60,8 @@ const std::map<std::string, void (*)()> deeds{
 };
 
 CK_RV getSlotInfo(CK_SLOT_ID slot, CK_SLOT_INFO* info) {
-  deeds.at(std::getenv("HOSTILE"))();
+  const char* const deed = std::getenv("HOSTILE");
+  if (deed != nullptr) deeds.at(deed)();
   return token->C_GetSlotInfo(slot, info);
 }
 
