@@ -148,12 +148,12 @@ TEST(ParseHexText, StopsWhereTheTextGoesWrong) {
     std::uint32_t status;
     Bytes bytes;
   } cases[] = {
-      {"5", 4, hexTextOk, {0x05}},
+      {"0", 4, hexTextOk, {0x00}},
       {"3b6b", 4, hexTextOk, {0x3b, 0x6b}},
-      {"3B:6B 00", 4, hexTextOk, {0x3b, 0x6b, 0x00}},
+      {"AF:9f 00", 4, hexTextOk, {0xaf, 0x9f, 0x00}},
       {"3b, :", 1, hexTextOk, {0x3b}},
       {"", 4, hexTextOk, {}},
-      {"3b,6", 4, hexTextInvalid, {0x3b}},
+      {"3b,0", 4, hexTextInvalid, {0x3b}},
       {"3b;6b", 4, hexTextInvalid, {0x3b}},
       {"5,", 4, hexTextInvalid, {}},
       {"3b,g", 4, hexTextInvalid, {0x3b}},
