@@ -1,5 +1,7 @@
 // The entries of the software token for the module, its slots, sessions and PINs, and the list of
 // all entries.
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <cstring>
 #include <sstream>
@@ -275,6 +277,10 @@ __attribute__((visibility("default"))) CK_RV C_GetFunctionList(CK_FUNCTION_LIST*
   ENTRIES(FILL)
 #undef FILL
   *list = token().config.settings.has("nolist") ? nullptr : &functions;
-  if (token().config.settings.has("badlist")) *list = reinterpret_cast<CK_FUNCTION_LIST*>(1 << 12);
+  if (token().config.settings.has("badlist")) {
+    void* const unreadable =
+        mmap(nullptr, sizeof **list, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    *list = static_cast<CK_FUNCTION_LIST*>(unreadable);
+  }
   return CKR_OK;
 }
