@@ -15,12 +15,13 @@ outcomes() {
   echo "status $status"
 }
 
-# began CALL: waits until the token records CALL.
+# began COUNT CALL: waits until the token has recorded CALL COUNT times, for ten seconds or so.
 began() {
   for attempt in $(seq 500); do
-    grep -q "^$1" calls 2> /dev/null && return
+    [ "$(grep -c "^$2" calls 2> /dev/null)" = "$1" ] && return
     sleep 0.02
   done
+  echo "never: $2"
 }
 
 # leftovers: the processes that run in a folder of kestrel-run's, and these folders.
