@@ -46,7 +46,7 @@ class File {
 mode_t newMode() {
   const mode_t mask = umask(0);
   umask(mask);
-  return 0666 & ~mask;
+  return DEFFILEMODE & ~mask;
 }
 
 // The new file beside the one that it becomes; gone unless it became that.
@@ -105,6 +105,6 @@ void writeFile(const std::string& path, const std::string& content) {
   // The file behind a link is replaced, not the link.
   Replacement replacement(std::filesystem::weakly_canonical(path));
   replacement.fill(content);
-  replacement.permit(exists ? old.st_mode & 0777 : newMode());
+  replacement.permit(exists ? old.st_mode & ACCESSPERMS : newMode());
   replacement.replace();
 }

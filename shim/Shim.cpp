@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -35,7 +36,7 @@ void Shim::configure() {
   if (settings.module == nullptr) throw std::runtime_error("KESTREL_SHIM_MODULE is not set");
   if (settings.trace != nullptr) trace.open(settings.trace);
   if (settings.used == nullptr) return;
-  used_ = open(settings.used, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+  used_ = open(settings.used, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, DEFFILEMODE);
   if (used_ >= 0) return;
   throw std::runtime_error(std::string("cannot write '") + settings.used +
                            "': " + std::strerror(errno));

@@ -210,7 +210,7 @@ void Trace::open(const char* path) {
   const auto fail = [path](const char* why) {
     throw std::runtime_error(std::string("cannot write the trace '") + path + "': " + why);
   };
-  file_ = ::open(path, O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+  file_ = ::open(path, O_WRONLY | O_CREAT | O_CLOEXEC, DEFFILEMODE);
   struct stat status {};
   if (file_ < 0 || fstat(file_, &status) != 0) fail(std::strerror(errno));
   if (!S_ISREG(status.st_mode)) fail("not a regular file");
