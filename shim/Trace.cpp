@@ -26,7 +26,6 @@ constexpr std::string_view unfinished =
 constexpr off_t maxSize = off_t{16} << 20;  // of the file: some tests do not end
 
 constexpr CK_ULONG maxBytes = 64;  // of data that are shown
-constexpr CK_ULONG maxAttributes = 16;
 
 // Attributes that tell which object is meant; the values of others may be secrets.
 constexpr CK_ATTRIBUTE_TYPE shownAttributes[] = {CKA_CLASS, CKA_ID, CKA_LABEL};
@@ -88,18 +87,36 @@ void showMechanism(TraceText& text, const CK_MECHANISM& mechanism) {
   text << "[" << length << "])";
 }
 
-void showAttributes(TraceText& text, const CK_ATTRIBUTE* attributes, CK_ULONG count) {
+// A template, as far as it is shown.
+std::span<const CK_ATTRIBUTE> attributesOf(const TracedArgument& pointer,
+                                           const TracedArgument& count) {
+  const auto* const attributes = static_cast<const CK_ATTRIBUTE*>(pointer.pointer);
+  if (attributes == nullptr) return {};
+  return {attributes, std::min(count.number, CK_ULONG{AttributeLengths{}.size()})};
+}
+
+AttributeLengths lengthsOf(std::span<const CK_ATTRIBUTE> attributes) {
+  AttributeLengths lengths{};
+  std::ranges::transform(attributes, lengths.begin(), &CK_ATTRIBUTE::ulValueLen);
+  return lengths;
+}
+
+// `room` bytes of each value may be read: a value that is said to be longer is not shown.
+void showAttributes(TraceText& text, std::span<const TracedArgument> arguments,
+                    const AttributeLengths& room) {
   text << "{";
-  for (CK_ULONG i = 0; attributes != nullptr && i < std::min(count, maxAttributes); ++i) {
-    const CK_ATTRIBUTE& one = attributes[i];
+  std::size_t i = 0;
+  for (const CK_ATTRIBUTE& one : attributesOf(arguments[0], arguments[1])) {
     showValue(text << (i == 0 ? "" : " "), "CKA_", one.type);
     text << (one.pValue == nullptr ? "=null" : "=");
-    if (one.pValue != nullptr && std::ranges::count(shownAttributes, one.type) != 0) {
+    if (one.pValue != nullptr && one.ulValueLen <= room[i] &&
+        std::ranges::count(shownAttributes, one.type) != 0) {
       text.hexadecimal(one.pValue, std::min(one.ulValueLen, maxBytes));
     }
     text << "[" << one.ulValueLen << "]";
+    ++i;
   }
-  text << "}[" << count << "]";
+  text << "}[" << arguments[1].number << "]";
 }
 
 void showAddress(TraceText& text, const void* address) {
@@ -125,7 +142,9 @@ std::size_t showArgument(TraceText& text, std::string_view word,
   const bool withLength = !addressOnly && arguments.size() > 1 &&
                           (argument.kind == bytes || argument.kind == attributes);
   if (withLength && argument.kind == attributes) {
-    showAttributes(text, static_cast<const CK_ATTRIBUTE*>(argument.pointer), arguments[1].number);
+    const bool given = word != "attributes";  // or asked for
+    showAttributes(text, arguments,
+                   given ? lengthsOf(attributesOf(argument, arguments[1])) : AttributeLengths{});
   } else if (withLength && arguments[1].kind == number) {
     const CK_ULONG length = arguments[1].number;
     if (argument.pointer == nullptr) text << "null";
@@ -149,15 +168,16 @@ std::size_t showArgument(TraceText& text, std::string_view word,
   return withLength ? 2 : 1;
 }
 
-// What came back through the first of `arguments`; returns as showArgument() does.
+// What came back through the first of `arguments`, be it attributes in this `room`; returns as
+// showArgument() does.
 std::size_t showOutput(TraceText& text, std::string_view word,
-                       std::span<const TracedArgument> arguments) {
+                       std::span<const TracedArgument> arguments, const AttributeLengths& room) {
   using enum TracedArgument::Kind;
   TraceText ignored;
   const std::size_t taken = showArgument(ignored, word, arguments);
   const TracedArgument& last = arguments[taken - 1];
   if (word == "attributes" && arguments[0].pointer != nullptr) {
-    showArgument(text << " ", word, arguments);
+    showAttributes(text << " " << word << "=", arguments, room);
   } else if (last.kind == count && last.pointer != nullptr && !word.ends_with('*')) {
     showCount(text << " " << word << (taken == 2 ? "=[" : "="), last);
     text << (taken == 2 ? "]" : "");
@@ -269,7 +289,9 @@ TracedCall::TracedCall(Trace& trace, const char* name, const char* words,
   text << name << "(";
   Words word(words_);
   for (std::span<const TracedArgument> rest = arguments_; !rest.empty();) {
-    rest = rest.subspan(showArgument(text, word.next(), rest));
+    const std::string_view argument = word.next();
+    if (argument == "attributes") room_ = lengthsOf(attributesOf(rest[0], rest[1]));
+    rest = rest.subspan(showArgument(text, argument, rest));
     if (!rest.empty()) text << ", ";
   }
   place_ = trace_.begin((text << ")").view());
@@ -288,7 +310,7 @@ void TracedCall::returned(CK_RV result) {
   if (threadNumber() != 1) text << " thread=" << threadNumber();
   Words word(words_);
   for (std::span<const TracedArgument> rest = arguments_; !rest.empty();) {
-    rest = rest.subspan(showOutput(text, word.next(), rest));
+    rest = rest.subspan(showOutput(text, word.next(), rest, room_));
   }
   trace_.end(place_, text.view());
 }

@@ -85,6 +85,9 @@ class Trace {
   bool full_ = false;  // it could not be written to; said once
 };
 
+// The lengths that a caller gave with the first attributes of a template.
+using AttributeLengths = std::array<CK_ULONG, 16>;
+
 // One call, from its begin to its result.
 class TracedCall {
  public:
@@ -101,6 +104,7 @@ class TracedCall {
   Trace& trace_;
   const char* words_;
   std::span<const TracedArgument> arguments_;
+  AttributeLengths room_{};  // for the attributes that the call asks for
   Trace::Place place_;
   std::chrono::steady_clock::time_point start_;
 };

@@ -150,7 +150,7 @@ CK_RV C_GetMechanismList(CK_SLOT_ID id, CK_MECHANISM_TYPE* list, CK_ULONG* count
 }
 
 CK_RV C_GetMechanismInfo(CK_SLOT_ID id, CK_MECHANISM_TYPE type, CK_MECHANISM_INFO* info) {
-  Call call("C_GetMechanismInfo", {id, type, info});
+  Call call("C_GetMechanismInfo", {id, type, info}, {info == nullptr ? nullptr : &info->flags});
   if (call.token(id) == nullptr) return call.result;
   if (info == nullptr) return CKR_ARGUMENTS_BAD;
   *info = {2048, 4096, CKF_SIGN | CKF_DECRYPT};
