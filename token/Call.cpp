@@ -81,14 +81,15 @@ Argument::Argument(const CK_BYTE* bytes, CK_ULONG count)
 
 Argument::Argument(const CK_MECHANISM* mechanism) {
   text = mechanism == nullptr ? "null" : "mechanism " + show(mechanism->mechanism);
-  if (mechanism == nullptr) return;
+  if (mechanism == nullptr || mechanism->pParameter == nullptr) return;
   for (CK_ULONG i = 0; i < mechanism->ulParameterLen / sizeof(CK_ULONG); ++i) {
     text.append(",").append(show(static_cast<const CK_ULONG*>(mechanism->pParameter)[i]));
   }
 }
 
 Argument::Argument(const CK_ATTRIBUTE* attributes, CK_ULONG count, bool values) {
-  for (CK_ULONG i = 0; i < count; ++i) {
+  if (attributes == nullptr) text = "null";
+  for (CK_ULONG i = 0; attributes != nullptr && i < count; ++i) {
     const CK_ATTRIBUTE& a = attributes[i];
     text.append(i == 0 ? "{" : ",{").append(show(a.type)).append(" ");
     text += a.pValue == nullptr ? "null" : values ? hex(a.pValue, a.ulValueLen) : "&";

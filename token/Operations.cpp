@@ -145,12 +145,15 @@ CK_RV decrypt(const char* name, CK_SESSION_HANDLE handle, CK_BYTE* data, CK_ULON
 CK_RV C_GetAttributeValue(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE key, CK_ATTRIBUTE* attributes,
                           CK_ULONG count) {
   std::vector<CK_ULONG*> lengths;
-  for (CK_ULONG i = 0; i < count; ++i) lengths.push_back(&attributes[i].ulValueLen);
+  for (CK_ULONG i = 0; attributes != nullptr && i < count; ++i) {
+    lengths.push_back(&attributes[i].ulValueLen);
+  }
   Call call("C_GetAttributeValue", {handle, key, {attributes, count, false}}, lengths);
   const Session* session = call.session(handle);
   if (session == nullptr) return call.result;
   const Object* object = findObject(*session, key);
   if (object == nullptr) return CKR_OBJECT_HANDLE_INVALID;
+  if (attributes == nullptr) return CKR_ARGUMENTS_BAD;
   CK_RV result = CKR_OK;
   for (CK_ULONG i = 0; i < count; ++i) {
     const CK_RV one = getAttribute(*object, attributes[i]);
@@ -163,6 +166,7 @@ CK_RV C_FindObjectsInit(CK_SESSION_HANDLE handle, CK_ATTRIBUTE* wanted, CK_ULONG
   Call call("C_FindObjectsInit", {handle, {wanted, count, true}});
   Session* session = call.session(handle);
   if (session == nullptr) return call.result;
+  if (wanted == nullptr && count > 0) return CKR_ARGUMENTS_BAD;
   if (std::exchange(session->searching, true)) return CKR_OPERATION_ACTIVE;
   session->found.clear();
   for (CK_ULONG i = 0; i < session->slot->objects.size(); ++i) {
