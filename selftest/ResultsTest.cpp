@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <system_error>
 
@@ -197,6 +198,63 @@ TEST(Results, FilesOfHostileTextAreWellFormed) {
       bars += line[at] == '|' && line[at - 1] != '\\';
     EXPECT_EQ(bars, 3u) << line;
   }
+}
+
+TEST(Results, PageHoldsAllOfARun) {
+  auto failed = runOf(Outcome::failed, "a\n!!! b\nc" + std::string(200'000, 'd') + "e\n");
+  failed.call = "C_SignInit";
+  failed.value = 0x70;
+  failed.valueName = "CKR_MECHANISM_INVALID";
+  failed.calls = {{"C_Login", true, 0, "CKR_OK"}, {"C_SignInit", false, 0x70, ""}};
+  failed.verified = 1;
+  failed.waived = {{"length-query", 1}, {"salt-length", 2}};
+  failed.exitStatus = 1;
+  failed.seconds = 9.25;
+  failed.cut = true;
+  failed.errors = "said\n";
+  failed.times = {{"C_Sign", 3, 40, 500}};
+  auto passed = runOf(Outcome::passed, "");
+  passed.seconds = 12.25;
+  Results results = resultsOf({passed, failed});
+  results.modules[0].tests[1].runs.push_back(passed);
+  results.modules.push_back({"other", "/o.so", {}});
+  results.interrupted = true;
+  results.changes = {{Change::same, "module", "test0", ""},
+                     {Change::broken, "module", "test1", "--- x\n+++ y\n z\n"},
+                     {Change::changed, "module", "gone", ""}};
+  // What stands between the tags, with those in the text of the difference and of the report.
+  std::string text = toHtml(results);
+  text.erase(0, text.find("<body>"));
+  for (std::size_t at = 0; (at = text.find("ddd", at)) != text.npos;) {
+    const std::size_t length = text.find_first_not_of('d', at) - at;
+    text.replace(at, length, std::to_string(length) + "d");
+  }
+  text = std::regex_replace(text, std::regex("<(/?(del|ins|strong))>"), "{$1}");
+  text = std::regex_replace(text, std::regex("(<[^>]*>)+"), "|");
+  EXPECT_EQ(text,
+            "|1 of 2 tests passed"
+            "|kestrel 1.0 · 2026-11-22 10:00:00 +01:00 · 2 modules · 33.8 s"
+            "|Interrupted: what is missing was not run."
+            "|✓ 1 passed|✗ 1 failed|Since the baseline:|1 same|1 broken|1 changed"
+            "|Test|module|other"
+            "|test0|✓|{strong}passed{/strong}|–"
+            "|test1|✗|{strong}failed{/strong}|C_SignInit CKR_MECHANISM_|INVALID, waived: "
+            "length-query (1), salt-length (2), 1 of 2 passed|broken|–"
+            "|In the baseline only|module, gone"
+            "|module|/m.so"
+            "|test0|✓|{strong}passed{/strong}|0 calls · 12.2 s|Exit status|0"
+            "|test1|✗|{strong}failed{/strong}|broken|C_SignInit CKR_MECHANISM_|INVALID, waived: "
+            "length-query (1), salt-length (2), 1 of 2 passed|2 calls · 21.5 s"
+            "|Ended in|C_SignInit: 0x70 CKR_MECHANISM_INVALID"
+            "|Signatures|1 verified, 0 not checked"
+            "|Waived|length-query, 1 time|Waived|salt-length, 2 times|Exit status|1"
+            "|Run 1|failed, C_SignInit CKR_MECHANISM_INVALID, waived: length-query (1), "
+            "salt-length (2)"
+            "|broken since the baseline|{del}--- x\n{/del}{ins}+++ y\n{/ins} z\n"
+            "|Time in the module|Function|Calls|Median, µs|Largest, µs|C_Sign|3|40|500"
+            "|Report, which was cut|a\n{strong}!!! b\n{/strong}c99991d\n[... 11 bytes ...]\n"
+            "99998de\n|Standard error|said\n"
+            "|other|/o.so|\n|\n");
 }
 
 TEST(Results, MarkdownIsTheTableOfTheReadme) {
