@@ -98,6 +98,32 @@ Results hostileResults() {
   return results;
 }
 
+// Two modules and two tests, with all that can be said of one.
+Results fullResults() {
+  auto failed = runOf(Outcome::failed, "a\n!!! b\nc" + std::string(200'000, 'd') + "e\n");
+  failed.call = "C_SignInit";
+  failed.value = 0x70;
+  failed.valueName = "CKR_MECHANISM_INVALID";
+  failed.calls = {{"C_Login", true, 0, "CKR_OK"}, {"C_SignInit", false, 0x70, ""}};
+  failed.verified = 1;
+  failed.waived = {{"length-query", 1}, {"salt-length", 2}};
+  failed.exitStatus = 1;
+  failed.seconds = 9.25;
+  failed.cut = true;
+  failed.errors = "said\n";
+  failed.times = {{"C_Sign", 3, 40, 500}};
+  auto passed = runOf(Outcome::passed, "");
+  passed.seconds = 12.25;
+  Results results = resultsOf({passed, failed});
+  results.modules[0].tests[1].runs.push_back(passed);
+  results.modules.push_back({"other", "/o.so", {}});
+  results.interrupted = true;
+  results.changes = {{Change::same, "module", "test0", ""},
+                     {Change::broken, "module", "test1", "--- x\n+++ y\n z\n"},
+                     {Change::changed, "module", "gone", ""}};
+  return results;
+}
+
 TEST(Results, TextIsFitToBeShownAndSaysWhatWasThere) {
   const std::string shown = "\\ gr\xc3\xbc\xe2\x82\xac\xf0\x9f\xa6\x85";
   const std::string wrong = "\xed\xa0\x80\xc0\x80\xf4\x90\x80\x80\xe2\x82";
@@ -129,6 +155,38 @@ TEST(Results, JsonKeepsEverything) {
   EXPECT_EQ(run.report, validUtf8(hostile()));
   read.changes = results.changes;
   EXPECT_EQ(toJson(read), toJson(results));
+}
+
+TEST(Results, JsonIsWhatTheManualPageSays) {
+  Results results = fullResults();
+  results.modules[0].tests[1].runs[0].report = "report\n";
+  EXPECT_EQ(std::regex_replace(toJson(results), std::regex("\\n *"), ""),
+            R"({"format": "kestrel-run results","version": 1,"kestrel": "1.0",)"
+            R"("started": "2026-11-22T10:00:00+01:00","interrupted": true,"passed": false,)"
+            R"("modules": [{"name": "module","path": "/m.so","tests": [)"
+            R"({"name": "test0","outcome": "passed","detail": "","seconds": 12.25,)"
+            R"("passed_runs": 1,"runs": [)"
+            R"({"outcome": "passed","reason": "","call": "","value": null,"value_name": "",)"
+            R"("seconds": 12.25,"exit_status": 0,"verified": 0,"unchecked": 0,"waived": {},)"
+            R"("times": [],"calls": [],"cut": false,"report": "","errors": ""}]},)"
+            R"({"name": "test1","outcome": "failed","detail": "C_SignInit CKR_MECHANISM_INVALID, )"
+            R"(waived: length-query (1), salt-length (2), 1 of 2 passed","seconds": 21.5,)"
+            R"("passed_runs": 1,"runs": [)"
+            R"({"outcome": "failed","reason": "","call": "C_SignInit","value": 112,)"
+            R"("value_name": "CKR_MECHANISM_INVALID","seconds": 9.25,"exit_status": 1,)"
+            R"("verified": 1,"unchecked": 0,"waived": {"length-query": 1,"salt-length": 2},)"
+            R"("times": [{"function": "C_Sign","count": 3,"median_us": 40,"largest_us": 500}],)"
+            R"("calls": [{"name": "C_Login","passed": true,"value": 0,"value_name": "CKR_OK"},)"
+            R"({"name": "C_SignInit","passed": false,"value": 112,"value_name": ""}],)"
+            R"("cut": true,"report": "report\n","errors": "said\n"},)"
+            R"({"outcome": "passed","reason": "","call": "","value": null,"value_name": "",)"
+            R"("seconds": 12.25,"exit_status": 0,"verified": 0,"unchecked": 0,"waived": {},)"
+            R"("times": [],"calls": [],"cut": false,"report": "","errors": ""}]}]},)"
+            R"({"name": "other","path": "/o.so","tests": []}],"changes": [)"
+            R"({"module": "module","test": "test0","change": "same","difference": ""},)"
+            R"({"module": "module","test": "test1","change": "broken",)"
+            R"("difference": "--- x\n+++ y\n z\n"},)"
+            R"({"module": "module","test": "gone","change": "changed","difference": ""}]})");
 }
 
 TEST(Results, DamagedJsonIsRefusedInWords) {
@@ -201,29 +259,8 @@ TEST(Results, FilesOfHostileTextAreWellFormed) {
 }
 
 TEST(Results, PageHoldsAllOfARun) {
-  auto failed = runOf(Outcome::failed, "a\n!!! b\nc" + std::string(200'000, 'd') + "e\n");
-  failed.call = "C_SignInit";
-  failed.value = 0x70;
-  failed.valueName = "CKR_MECHANISM_INVALID";
-  failed.calls = {{"C_Login", true, 0, "CKR_OK"}, {"C_SignInit", false, 0x70, ""}};
-  failed.verified = 1;
-  failed.waived = {{"length-query", 1}, {"salt-length", 2}};
-  failed.exitStatus = 1;
-  failed.seconds = 9.25;
-  failed.cut = true;
-  failed.errors = "said\n";
-  failed.times = {{"C_Sign", 3, 40, 500}};
-  auto passed = runOf(Outcome::passed, "");
-  passed.seconds = 12.25;
-  Results results = resultsOf({passed, failed});
-  results.modules[0].tests[1].runs.push_back(passed);
-  results.modules.push_back({"other", "/o.so", {}});
-  results.interrupted = true;
-  results.changes = {{Change::same, "module", "test0", ""},
-                     {Change::broken, "module", "test1", "--- x\n+++ y\n z\n"},
-                     {Change::changed, "module", "gone", ""}};
   // What stands between the tags, with those in the text of the difference and of the report.
-  std::string text = toHtml(results);
+  std::string text = toHtml(fullResults());
   text.erase(0, text.find("<body>"));
   for (std::size_t at = 0; (at = text.find("ddd", at)) != text.npos;) {
     const std::size_t length = text.find_first_not_of('d', at) - at;
@@ -320,10 +357,10 @@ TEST(Results, BaselineTellsWhatChanged) {
       {report("kestrel version: 1 \n" + signature + "00000000: 01 02 03   ...\n\n"),
        report("kestrel version: 2 \n" + signature + "00000000: 09 08 07   ...\n\n"), Change::same,
        ""},
-      {report(signature + "00000000: 01 02\nb\n"), report(signature + "00000000: 01\nb\n"),
+      {report(signature + "00000010: 01 02\nb\n"), report(signature + "00000010: 01\nb\n"),
        Change::changed,
        "--- passed\n+++ passed\n@@ -1,3 +1,3 @@\n " + signature +
-           "-(signature of 2 bytes)\n+(signature of 1 bytes)\n b\n"},
+           "-(signature of 18 bytes)\n+(signature of 17 bytes)\n b\n"},
       {report("00000000: 01\n"), report(signature + "0\n00000000\n00000000: 01\n"), Change::changed,
        "--- passed\n+++ passed\n@@ -1 +1,4 @@\n+" + signature + "+0\n+00000000\n 00000000: 01\n"},
       {report("Wait : 1\nC_GetSlotInfo : 1\nC_GetSlotInfo : 2\n"), report("C_GetSlotInfo : 1\n"),
