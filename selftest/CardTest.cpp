@@ -156,6 +156,7 @@ TEST(ParseHexText, StopsWhereTheTextGoesWrong) {
       {"3b,0", 4, hexTextInvalid, {0x3b}},
       {"3b;6b", 4, hexTextInvalid, {0x3b}},
       {"5,", 4, hexTextInvalid, {}},
+      {"3b,0,6", 4, hexTextInvalid, {0x3b}},
       {"3b,g", 4, hexTextInvalid, {0x3b}},
       {"3b,6b", 1, hexTextTooLong, {0x3b}},
       {"5", 0, hexTextTooLong, {}},
