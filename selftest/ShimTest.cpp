@@ -4,7 +4,10 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <string>
+#include <string_view>
 
+#include "harness/CkrName.h"
 #include "harness/Pkcs11.h"
 
 namespace {
@@ -70,6 +73,24 @@ const struct {
      "C_GetAttributeValue(session=1, object=11, attributes={CKA_START_DATE=[2]}[1]) = "
      "CKR_ATTRIBUTE_TYPE_INVALID 0x12"},
 };
+
+// kestrel keeps a list of its own, which stays as it is when the header grows.
+TEST(Shim, NamesResultsAsKestrelDoes) {
+  const struct {
+    CK_ULONG value;
+    std::string_view name;
+  } names[] = {
+#include "Names.inc"
+  };
+  std::size_t known = 0;
+  for (const auto& [value, name] : names) {
+    const std::string_view ours = ckrName(static_cast<std::uint32_t>(value));
+    if (!name.starts_with("CKR_") || ours == "UNKNOWN") continue;
+    EXPECT_EQ(ours, name);
+    ++known;
+  }
+  EXPECT_EQ(known, 88u);
+}
 
 TEST(Shim, AnswersOddCallsAsTheModuleDoes) {
   const std::string trace = testing::TempDir() + "kestrel-shim." + std::to_string(getpid());
