@@ -1,5 +1,6 @@
 #include "harness/ProcessEnd.h"
 
+#include <dlfcn.h>
 #include <pthread.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -18,6 +19,7 @@ std::atomic<bool> secondThread = false;
 std::atomic<bool> watching = false;
 std::atomic<pthread_t> endingThread = 0;
 std::atomic<int> ownStatus = 0;
+std::atomic<bool> handlersAreDone = false;
 
 // Past every exit handler and past _exit() below.
 [[noreturn]] void endNow(int status) {
@@ -84,7 +86,11 @@ void flushReport() {
 
 void refuseForeignEnds() {
   watching = true;
-  on_exit([](int status, void*) { refuse(status & 0xff); }, nullptr);  // behind atexit()
+  const auto lastHandler = [](int status, void*) {  // behind those of atexit()
+    refuse(status & 0xff);
+    handlersAreDone = true;
+  };
+  on_exit(lastHandler, nullptr);
   at_quick_exit([] { refuse(-1); });
 }
 
@@ -94,8 +100,17 @@ void tidyUp() {
   salvageReport();
 }
 
-// These take the place of the C library's, which run no handler at all: a module that calls them
-// would end the run in silence, with a status of its choice.
+// These take the place of the C library's. Those run no handler, exit() not in a destructor of the
+// module's: a module that calls them would end the run in silence, with a status of its choice.
+// What a destructor throws passes through exit(), which its declaration in the header does not say.
+extern "C" [[noreturn]] void exitOrRefuse(int status) __asm__("exit");
+void exitOrRefuse(int status) {
+  if (handlersAreDone && isOwnProcess()) endNow(ownStatus);
+  static const auto exitOfLibrary = reinterpret_cast<void (*)(int)>(dlsym(RTLD_NEXT, "exit"));
+  exitOfLibrary(status);
+  endNow(status);
+}
+
 extern "C" void _exit(int status) {
   refuse(status & 0xff);
   endNow(status);
