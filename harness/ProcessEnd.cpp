@@ -105,7 +105,7 @@ void tidyUp() {
 // What a destructor throws passes through exit(), which its declaration in the header does not say.
 extern "C" [[noreturn]] void exitOrRefuse(int status) __asm__("exit");
 void exitOrRefuse(int status) {
-  if (handlersAreDone && isOwnProcess()) endNow(ownStatus);
+  if (handlersAreDone && isOwnProcess()) status = ownStatus;
   static const auto exitOfLibrary = reinterpret_cast<void (*)(int)>(dlsym(RTLD_NEXT, "exit"));
   exitOfLibrary(status);
   endNow(status);

@@ -15,15 +15,6 @@ outcomes() {
   echo "status $status"
 }
 
-# began COUNT CALL: waits until the token has recorded CALL COUNT times, for ten seconds or so.
-began() {
-  for attempt in $(seq 500); do
-    [ "$(grep -c "^$2" calls 2> /dev/null)" = "$1" ] && return
-    sleep 0.02
-  done
-  echo "never: $2"
-}
-
 # leftovers: the processes that run in a folder of kestrel-run's, and these folders.
 leftovers() {
   find /proc/[0-9]*/cwd -lname "$TMPDIR/*" 2> /dev/null

@@ -87,34 +87,33 @@ void showMechanism(TraceText& text, const CK_MECHANISM& mechanism) {
   text << "[" << length << "])";
 }
 
-// A template, as far as it is shown.
-std::span<const CK_ATTRIBUTE> attributesOf(const TracedArgument& pointer,
-                                           const TracedArgument& count) {
-  const auto* const attributes = static_cast<const CK_ATTRIBUTE*>(pointer.pointer);
+// The template in the first two of `arguments`, as far as it is shown.
+std::span<const CK_ATTRIBUTE> attributesOf(std::span<const TracedArgument> arguments) {
+  const auto* const attributes = static_cast<const CK_ATTRIBUTE*>(arguments[0].pointer);
   if (attributes == nullptr) return {};
-  return {attributes, std::min(count.number, CK_ULONG{AttributeLengths{}.size()})};
+  return {attributes, std::min(arguments[1].number, CK_ULONG{GivenAttributes{}.size()})};
 }
 
-AttributeLengths lengthsOf(std::span<const CK_ATTRIBUTE> attributes) {
-  AttributeLengths lengths{};
-  std::ranges::transform(attributes, lengths.begin(), &CK_ATTRIBUTE::ulValueLen);
-  return lengths;
+GivenAttributes givenIn(std::span<const TracedArgument> arguments) {
+  GivenAttributes given{};
+  std::ranges::copy(attributesOf(arguments), given.begin());
+  return given;
 }
 
-// `room` bytes of each value may be read: a value that is said to be longer is not shown.
+// Values are read from where `given` has them: one that is said to be longer by now is not shown.
 void showAttributes(TraceText& text, std::span<const TracedArgument> arguments,
-                    const AttributeLengths& room) {
+                    const GivenAttributes& given) {
   text << "{";
-  std::size_t i = 0;
-  for (const CK_ATTRIBUTE& one : attributesOf(arguments[0], arguments[1])) {
-    showValue(text << (i == 0 ? "" : " "), "CKA_", one.type);
+  const CK_ATTRIBUTE* room = given.data();
+  for (const CK_ATTRIBUTE& one : attributesOf(arguments)) {
+    showValue(text << (room == given.data() ? "" : " "), "CKA_", one.type);
     text << (one.pValue == nullptr ? "=null" : "=");
-    if (one.pValue != nullptr && one.ulValueLen <= room[i] &&
+    if (room->pValue != nullptr && one.ulValueLen <= room->ulValueLen &&
         std::ranges::count(shownAttributes, one.type) != 0) {
-      text.hexadecimal(one.pValue, std::min(one.ulValueLen, maxBytes));
+      text.hexadecimal(room->pValue, std::min(one.ulValueLen, maxBytes));
     }
     text << "[" << one.ulValueLen << "]";
-    ++i;
+    ++room;
   }
   text << "}[" << arguments[1].number << "]";
 }
@@ -142,9 +141,8 @@ std::size_t showArgument(TraceText& text, std::string_view word,
   const bool withLength = !addressOnly && arguments.size() > 1 &&
                           (argument.kind == bytes || argument.kind == attributes);
   if (withLength && argument.kind == attributes) {
-    const bool given = word != "attributes";  // or asked for
-    showAttributes(text, arguments,
-                   given ? lengthsOf(attributesOf(argument, arguments[1])) : AttributeLengths{});
+    const bool asked = word == "attributes";  // there is nothing in them yet
+    showAttributes(text, arguments, asked ? GivenAttributes{} : givenIn(arguments));
   } else if (withLength && arguments[1].kind == number) {
     const CK_ULONG length = arguments[1].number;
     if (argument.pointer == nullptr) text << "null";
@@ -168,16 +166,16 @@ std::size_t showArgument(TraceText& text, std::string_view word,
   return withLength ? 2 : 1;
 }
 
-// What came back through the first of `arguments`, be it attributes in this `room`; returns as
-// showArgument() does.
+// What came back through the first of `arguments`, be it attributes that were `asked` for; returns
+// as showArgument() does.
 std::size_t showOutput(TraceText& text, std::string_view word,
-                       std::span<const TracedArgument> arguments, const AttributeLengths& room) {
+                       std::span<const TracedArgument> arguments, const GivenAttributes& asked) {
   using enum TracedArgument::Kind;
   TraceText ignored;
   const std::size_t taken = showArgument(ignored, word, arguments);
   const TracedArgument& last = arguments[taken - 1];
   if (word == "attributes" && arguments[0].pointer != nullptr) {
-    showAttributes(text << " " << word << "=", arguments, room);
+    showAttributes(text << " " << word << "=", arguments, asked);
   } else if (last.kind == count && last.pointer != nullptr && !word.ends_with('*')) {
     showCount(text << " " << word << (taken == 2 ? "=[" : "="), last);
     text << (taken == 2 ? "]" : "");
@@ -290,7 +288,7 @@ TracedCall::TracedCall(Trace& trace, const char* name, const char* words,
   Words word(words_);
   for (std::span<const TracedArgument> rest = arguments_; !rest.empty();) {
     const std::string_view argument = word.next();
-    if (argument == "attributes") room_ = lengthsOf(attributesOf(rest[0], rest[1]));
+    if (argument == "attributes") asked_ = givenIn(rest);
     rest = rest.subspan(showArgument(text, argument, rest));
     if (!rest.empty()) text << ", ";
   }
@@ -310,7 +308,7 @@ void TracedCall::returned(CK_RV result) {
   if (threadNumber() != 1) text << " thread=" << threadNumber();
   Words word(words_);
   for (std::span<const TracedArgument> rest = arguments_; !rest.empty();) {
-    rest = rest.subspan(showOutput(text, word.next(), rest, room_));
+    rest = rest.subspan(showOutput(text, word.next(), rest, asked_));
   }
   trace_.end(place_, text.view());
 }

@@ -85,8 +85,8 @@ class Trace {
   bool full_ = false;  // it could not be written to; said once
 };
 
-// The lengths that a caller gave with the first attributes of a template.
-using AttributeLengths = std::array<CK_ULONG, 16>;
+// The first attributes of a template, as the caller gave them: the module may write to his.
+using GivenAttributes = std::array<CK_ATTRIBUTE, 16>;
 
 // One call, from its begin to its result.
 class TracedCall {
@@ -104,7 +104,7 @@ class TracedCall {
   Trace& trace_;
   const char* words_;
   std::span<const TracedArgument> arguments_;
-  AttributeLengths room_{};  // for the attributes that the call asks for
+  GivenAttributes asked_{};  // where the call asks for attributes
   Trace::Place place_;
   std::chrono::steady_clock::time_point start_;
 };
