@@ -1,0 +1,165 @@
+#include "probe/Probe.h"
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+#include <sys/prctl.h>
+
+#include <chrono>
+#include <ctime>
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
+
+#include "probe/Display.h"
+#include "probe/Json.h"
+#include "probe/Plan.h"
+#include "probe/Start.h"
+#include "probe/Supervisor.h"
+#include "probe/Values.h"
+#include "run/Interrupt.h"
+#include "run/Pins.h"
+#include "run/Terminal.h"
+
+namespace kestrel::probe {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+fs::path realModule(const std::string& path) {
+  std::error_code error;
+  fs::path real = fs::canonical(path, error);
+  if (error) throw std::runtime_error(fmt::format("{}: {}", path, error.message()));
+  return real;
+}
+
+std::string timeNow() {
+  return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(std::time(nullptr)));
+}
+
+class Run {
+ public:
+  explicit Run(const Options& options)
+      : options_(options),
+        board_(makeBoard()),
+        display_(options.json == "-" ? stderr : stdout, options.verbose,
+                 fmt::format("kestrel-probe {}", options.module)),
+        supervisor_(
+            board_, interrupt_, options.timeout,
+            {[this](const Check& check, double seconds) { display_.running(check, seconds); },
+             [this](const Check& check, const Finding& finding) { take(check, finding); }}) {
+    if (!options.json.empty()) json_.emplace(options.json);
+    target_.module = realModule(options.module);
+    target_.initArguments = options.initArguments;
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    if (!options.pinFile.empty()) pins_.readFile(options.pinFile);
+    pins_.takeFromEnvironment();
+    terminal_ = Terminal::open();
+    pins_.askOn(terminal_.get(), interrupt_);
+  }
+
+  int run() {
+    const auto start = std::chrono::steady_clock::now();
+    const std::string started = timeNow();
+    holding_ = true;
+    const TokenChoice choice(options_.token);
+    supervisor_.run(target_, planToken(board_, choice), {});
+    if (board_.facts.known) target_.token = board_.facts;
+    target_.token.mechanismCount = std::min(target_.token.mechanismCount, maxMechanisms);
+    target_.token.label.back() = '\0';
+    const std::string label = target_.token.label.data();
+    if (json_) json_->begin(target_.module, label, started);
+    const Plan plan = makePlan(options_, target_.token.known ? &target_.token : nullptr);
+    display_.begin(label, plan.size());
+    release();
+    if (target_.token.known) runOn(plan);
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    display_.finish(supervisor_.interrupted(), seconds);
+    if (json_) {
+      json_->end(totals_, supervisor_.interrupted());
+      json_->finish();
+    }
+    return status();
+  }
+
+ private:
+  void runOn(const Plan& plan) {
+    takePin();
+    supervisor_.run(target_, planLogin(board_), {});
+    if (board_.login == LoginState::refused) return;
+    supervisor_.run(target_, plan, settle(plan, target_.token));
+    if (supervisor_.interrupted()) return;
+    for (const auto& [check, finding] : watchedFunctions(board_, plan)) take(check, finding);
+    supervisor_.run(target_, planObjects(board_), {});
+  }
+
+  void takePin() {
+    if (!target_.token.wantsLogin()) return;
+    target_.pin = pins_.find(0);
+  }
+
+  void take(const Check& check, const Finding& finding) {
+    if (holding_) {
+      held_.emplace_back(check, finding);
+      return;
+    }
+    const bool aside = check.path.starts_with("start/") || check.path.starts_with("watch/");
+    if (aside && !options_.names.empty() && !rowOf(finding.verdict).worthReading) return;
+    ++totals_[static_cast<std::size_t>(finding.verdict)];
+    if (json_) json_->add(check, finding);
+    display_.fell(check, finding);
+  }
+
+  // What fell before the first line could be written.
+  void release() {
+    holding_ = false;
+    for (const auto& [check, finding] : std::exchange(held_, {})) take(check, finding);
+  }
+
+  int status() const {
+    for (const VerdictRow& row : verdictRows) {
+      if (row.fault && totals_[static_cast<std::size_t>(row.verdict)] != 0) return 1;
+    }
+    return 0;
+  }
+
+  const Options& options_;
+  Board& board_;
+  Interrupt interrupt_;
+  std::unique_ptr<Terminal> terminal_;
+  Pins pins_;
+  Target target_;
+  std::optional<JsonLines> json_;
+  Display display_;
+  Supervisor supervisor_;
+  Totals totals_{};
+  bool holding_ = false;
+  std::vector<std::pair<Check, Finding>> held_;
+};
+
+int listChecks(const Options& options) {
+  const Plan plan = makePlan(options, nullptr);
+  if (!options.json.empty()) {
+    JsonLines json(options.json);
+    json.beginList();
+    for (const Check& check : plan) json.list(check);
+    json.finish();
+    return 0;
+  }
+  for (const Check& check : plan) {
+    std::string expected;
+    for (const CK_RV value : check.expected) expected.append(" ").append(valueText("CKR_", value));
+    fmt::print("{} {}{}\n", check.path, expected,
+               check.clause.empty() ? "" : fmt::format("  (PKCS #11, {})", check.clause));
+  }
+  return 0;
+}
+
+}  // namespace
+
+int runProbe(const Options& options) {
+  return options.list ? listChecks(options) : Run(options).run();
+}
+
+}  // namespace kestrel::probe

@@ -1,0 +1,130 @@
+#include "probe/Start.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "probe/Attributes.h"
+#include "probe/Bench.h"
+#include "probe/Returns.h"
+#include "probe/Values.h"
+
+namespace kestrel::probe {
+
+namespace {
+
+constexpr CK_ULONG maxSlots = 1024;
+
+void readOffered(TokenFacts& facts) {
+#define KESTREL_OFFERED(name) \
+  facts.offered[static_cast<std::size_t>(FunctionId::name)] = p11::name.pointer() != nullptr;
+  KESTREL_PKCS11_FUNCTIONS(KESTREL_OFFERED, KESTREL_OFFERED)
+  KESTREL_PKCS11_FUNCTIONS_3_0(KESTREL_OFFERED, KESTREL_OFFERED)
+#undef KESTREL_OFFERED
+}
+
+void readMechanisms(Bench& bench, TokenFacts& facts) {
+  auto* const count = bench.memory.out<CK_ULONG>(0);
+  bench.control(p11::C_GetMechanismList(facts.slot, nullptr, count));
+  if (*count > maxMechanisms) bench.wrong("lists more mechanisms than there can be");
+  // A module that ignores the room is a finding of the checks of that, and not the end of all.
+  auto* const types = bench.memory.out<CK_MECHANISM_TYPE>(0, maxMechanisms);
+  *count = maxMechanisms;
+  bench.control(p11::C_GetMechanismList(facts.slot, types, count));
+  auto* const info = bench.memory.out(CK_MECHANISM_INFO{});
+  for (std::size_t i = 0; i < *count; ++i) {
+    const CK_RV result = p11::C_GetMechanismInfo(facts.slot, types[i], info);
+    facts.mechanisms[i] = {types[i], *info, result};
+  }
+  facts.mechanismCount = *count;
+}
+
+void findToken(Bench& bench, Board& board, const TokenChoice& choice) {
+  TokenFacts& facts = board.facts;
+  auto* const info = bench.memory.out(CK_INFO{});
+  bench.control(p11::C_GetInfo(info));
+  facts.version = info->cryptokiVersion;
+  auto* const count = bench.memory.out<CK_ULONG>(maxSlots);
+  auto* const slots = bench.memory.out<CK_SLOT_ID>(0, maxSlots);
+  bench.control(p11::C_GetSlotList(CK_TRUE, slots, count));
+  auto* const token = bench.memory.out(CK_TOKEN_INFO{});
+  for (CK_ULONG i = 0; i < *count; ++i) {
+    if (p11::C_GetTokenInfo(slots[i], token) != CKR_OK || !choice.isMeant(slots[i], *token)) {
+      continue;
+    }
+    facts.slot = slots[i];
+    facts.flags = token->flags;
+    facts.readOnly = (token->flags & CKF_WRITE_PROTECTED) != 0;
+    facts.label.fill('\0');
+    std::ranges::copy(trimmed(token->label, sizeof token->label), facts.label.begin());
+    readOffered(facts);
+    readMechanisms(bench, facts);
+    facts.known = true;
+    return;
+  }
+  bench.end(Verdict::notApplicable, *count == 0 ? "no token" : "no such token");
+}
+
+std::uint64_t countTokenObjects(Bench& bench) {
+  constexpr std::size_t enough = 100000;
+  Template wanted(bench.memory);
+  wanted.add(CKA_TOKEN, true);
+  return findObjects(bench.session, wanted, enough).size();
+}
+
+Check step(const char* name, Stage stage, std::function<void(Bench&)> run) {
+  return {std::string("start/") + name, stage, {CKR_OK}, name, std::move(run)};
+}
+
+}  // namespace
+
+Plan planToken(Board& board, const TokenChoice& choice) {
+  const auto nothing = [](Bench&) {};
+  return {step("C_GetFunctionList", Stage::loaded, nothing),
+          step("C_Initialize", Stage::initialized, nothing),
+          step("C_GetTokenInfo", Stage::initialized,
+               [&](Bench& bench) { findToken(bench, board, choice); })};
+}
+
+Plan planLogin(Board& board) {
+  const auto nothing = [](Bench&) {};
+  return {step("C_OpenSession", Stage::session, nothing), step("C_Login", Stage::user, nothing),
+          step("C_FindObjects", Stage::user,
+               [&](Bench& bench) { board.objectsBefore = countTokenObjects(bench); })};
+}
+
+Plan planObjects(Board& board) {
+  Check check{"watch/token-objects", Stage::user, {CKR_OK}, "Session objects"};
+  check.run = [&](Bench& bench) {
+    const std::uint64_t now = countTokenObjects(bench);
+    if (now == board.objectsBefore) return;
+    bench.wrong(fmt::format("{} objects on the token, {} before", now, board.objectsBefore.load()));
+  };
+  return {check};
+}
+
+std::vector<std::pair<Check, Finding>> watchedFunctions(const Board& board, const Plan& plan) {
+  std::vector<std::pair<Check, Finding>> watched;
+  const std::size_t noted = std::min<std::size_t>(board.oddCount, Board::maxOdd);
+  for (std::size_t i = 0; i < functionCount; ++i) {
+    if (!board.called[i]) continue;
+    const auto id = static_cast<FunctionId>(i);
+    Finding finding{Verdict::ok, nameOf(id), {}, ""};
+    for (std::size_t n = 0; n < noted; ++n) {
+      const OddReturn odd = board.odd[n];
+      if (odd.function != id || finding.verdict == Verdict::deviates) continue;
+      const Listing listing = listingOf(id, odd.value, board.facts.version.major >= 3);
+      finding.verdict = listing == Listing::unlisted ? Verdict::vague : Verdict::deviates;
+      finding.value = odd.value;
+      finding.detail = listing == Listing::undefined   ? "no value of PKCS #11"
+                       : listing == Listing::elsewhere ? "a value of other functions alone"
+                                                       : "not in the function's list";
+      if (odd.check < plan.size()) finding.detail += ", in " + plan[odd.check].path;
+    }
+    watched.emplace_back(
+        Check{fmt::format("watch/{}", nameOf(id)), Stage::loaded, {CKR_OK}, nameOf(id)}, finding);
+  }
+  return watched;
+}
+
+}  // namespace kestrel::probe
