@@ -10,6 +10,9 @@
 
 namespace kestrel::probe {
 
+// CKA_LABEL of every object that a check leaves on a token: by it they are found and removed.
+inline constexpr View ownLabel = "kestrel-probe";
+
 // The attributes of an object, each value a block of its own that a module may only read.
 class Template {
  public:

@@ -53,7 +53,8 @@ class Memory {
     return static_cast<Object*>(const_cast<void*>(given(objects.data(), objects.size_bytes())));
   }
   template <typename Object>
-  Object* in(const Object& object) {
+  requires(!std::is_array_v<Object>)  // a literal is a text
+      Object* in(const Object& object) {
     return in(std::span<const Object>(&object, 1));
   }
   CK_BYTE* in(std::string_view text) {

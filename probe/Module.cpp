@@ -9,8 +9,9 @@ namespace kestrel::probe {
 
 namespace {
 
-[[noreturn]] void fail(const char* call, std::optional<CK_RV> value, std::string detail) {
-  throw SetUpFailed{{Verdict::deviates, call, value, std::move(detail)}};
+[[noreturn]] void fail(const char* call, std::optional<CK_RV> value, std::string detail,
+                       Verdict verdict = Verdict::deviates) {
+  throw SetUpFailed{{verdict, call, value, std::move(detail)}};
 }
 
 // CK_C_INITIALIZE_ARGS as modules with library parameters have it: a pointer to the text where the
@@ -79,7 +80,10 @@ void Module::initialize() {
         std::string_view(target_.initArguments->c_str(), target_.initArguments->size() + 1));
     arguments = memory.in(all);
   }
-  require(p11::C_Initialize(arguments));
+  const CK_RV value = p11::C_Initialize(arguments);
+  if (value != CKR_OK) {
+    fail("C_Initialize", value, arguments == nullptr ? "some modules want --init-args" : "");
+  }
   stage_ = Stage::initialized;
 }
 
@@ -99,14 +103,14 @@ CK_SESSION_HANDLE Module::openSession() {
 
 void Module::logIn() {
   if (!target_.token.wantsLogin()) return;
-  if (target_.pin == nullptr) fail("C_Login", {}, "there is no PIN");
+  if (target_.pin == nullptr) fail("C_Login", {}, target_.noPin, Verdict::notApplicable);
   const MemoryScope scope(caller_.memory);
   const std::string_view pin = target_.pin->text();
   if (board_.login != LoginState::proven) board_.login = LoginState::underway;
   const CK_RV value = p11::C_Login(session_, CKU_USER, caller_.memory.in(pin), pin.size());
   board_.loginResult = value;
   board_.login = value == CKR_OK ? LoginState::proven : LoginState::refused;
-  require(value);
+  if (value != CKR_OK) fail("C_Login", value, "it is not tried again");
 }
 
 void Module::leave() {

@@ -103,35 +103,35 @@ struct FunctionList3 {
   CK_FUNCTION_LIST base;
   CK_RV (*C_GetInterfaceList)(Interface*, CK_ULONG*);
   CK_RV (*C_GetInterface)(CK_UTF8CHAR*, CK_VERSION*, Interface**, CK_FLAGS);
-  CK_RV (*C_LoginUser)
+  CK_RV(*C_LoginUser)
   (CK_SESSION_HANDLE, CK_USER_TYPE, CK_UTF8CHAR*, CK_ULONG, CK_UTF8CHAR*, CK_ULONG);
   CK_RV (*C_SessionCancel)(CK_SESSION_HANDLE, CK_FLAGS);
   CK_RV (*C_MessageEncryptInit)(CK_SESSION_HANDLE, CK_MECHANISM*, CK_OBJECT_HANDLE);
-  CK_RV (*C_EncryptMessage)
+  CK_RV(*C_EncryptMessage)
   (CK_SESSION_HANDLE, void*, CK_ULONG, CK_BYTE*, CK_ULONG, CK_BYTE*, CK_ULONG, CK_BYTE*, CK_ULONG*);
   CK_RV (*C_EncryptMessageBegin)(CK_SESSION_HANDLE, void*, CK_ULONG, CK_BYTE*, CK_ULONG);
-  CK_RV (*C_EncryptMessageNext)
+  CK_RV(*C_EncryptMessageNext)
   (CK_SESSION_HANDLE, void*, CK_ULONG, CK_BYTE*, CK_ULONG, CK_BYTE*, CK_ULONG*, CK_FLAGS);
   CK_RV (*C_MessageEncryptFinal)(CK_SESSION_HANDLE);
   CK_RV (*C_MessageDecryptInit)(CK_SESSION_HANDLE, CK_MECHANISM*, CK_OBJECT_HANDLE);
-  CK_RV (*C_DecryptMessage)
+  CK_RV(*C_DecryptMessage)
   (CK_SESSION_HANDLE, void*, CK_ULONG, CK_BYTE*, CK_ULONG, CK_BYTE*, CK_ULONG, CK_BYTE*, CK_ULONG*);
   CK_RV (*C_DecryptMessageBegin)(CK_SESSION_HANDLE, void*, CK_ULONG, CK_BYTE*, CK_ULONG);
-  CK_RV (*C_DecryptMessageNext)
+  CK_RV(*C_DecryptMessageNext)
   (CK_SESSION_HANDLE, void*, CK_ULONG, CK_BYTE*, CK_ULONG, CK_BYTE*, CK_ULONG*, CK_FLAGS);
   CK_RV (*C_MessageDecryptFinal)(CK_SESSION_HANDLE);
   CK_RV (*C_MessageSignInit)(CK_SESSION_HANDLE, CK_MECHANISM*, CK_OBJECT_HANDLE);
-  CK_RV (*C_SignMessage)
+  CK_RV(*C_SignMessage)
   (CK_SESSION_HANDLE, void*, CK_ULONG, CK_BYTE*, CK_ULONG, CK_BYTE*, CK_ULONG*);
   CK_RV (*C_SignMessageBegin)(CK_SESSION_HANDLE, void*, CK_ULONG);
-  CK_RV (*C_SignMessageNext)
+  CK_RV(*C_SignMessageNext)
   (CK_SESSION_HANDLE, void*, CK_ULONG, CK_BYTE*, CK_ULONG, CK_BYTE*, CK_ULONG*);
   CK_RV (*C_MessageSignFinal)(CK_SESSION_HANDLE);
   CK_RV (*C_MessageVerifyInit)(CK_SESSION_HANDLE, CK_MECHANISM*, CK_OBJECT_HANDLE);
-  CK_RV (*C_VerifyMessage)
+  CK_RV(*C_VerifyMessage)
   (CK_SESSION_HANDLE, void*, CK_ULONG, CK_BYTE*, CK_ULONG, CK_BYTE*, CK_ULONG);
   CK_RV (*C_VerifyMessageBegin)(CK_SESSION_HANDLE, void*, CK_ULONG);
-  CK_RV (*C_VerifyMessageNext)
+  CK_RV(*C_VerifyMessageNext)
   (CK_SESSION_HANDLE, void*, CK_ULONG, CK_BYTE*, CK_ULONG, CK_BYTE*, CK_ULONG);
   CK_RV (*C_MessageVerifyFinal)(CK_SESSION_HANDLE);
 };

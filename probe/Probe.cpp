@@ -37,13 +37,35 @@ std::string timeNow() {
   return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(std::time(nullptr)));
 }
 
+// For a shell.
+std::string quoted(const std::string& text) {
+  constexpr std::string_view plain =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_./:=+-,@%";
+  if (!text.empty() && text.find_first_not_of(plain) == text.npos) return text;
+  std::string result = "'";
+  for (const char character : text)
+    result += character == '\'' ? "'\\''" : std::string(1, character);
+  return result + "'";
+}
+
+// What tries a check again, but for the check's name.
+std::string commandOf(const Options& options) {
+  std::string command = "kestrel-probe";
+  if (options.token) command += fmt::format(" --token {}", quoted(*options.token));
+  if (!options.pinFile.empty()) command += fmt::format(" --pin-file {}", quoted(options.pinFile));
+  if (options.initArguments)
+    command += fmt::format(" --init-args {}", quoted(*options.initArguments));
+  if (options.leaveObjects) command += " --leave-objects";
+  if (options.undefined) command += " --undefined";
+  return fmt::format("{} {}", command, quoted(options.module));
+}
+
 class Run {
  public:
   explicit Run(const Options& options)
       : options_(options),
         board_(makeBoard()),
-        display_(options.json == "-" ? stderr : stdout, options.verbose,
-                 fmt::format("kestrel-probe {}", options.module)),
+        display_(options.json == "-" ? stderr : stdout, options.verbose, commandOf(options)),
         supervisor_(
             board_, interrupt_, options.timeout,
             {[this](const Check& check, double seconds) { display_.running(check, seconds); },
@@ -75,9 +97,10 @@ class Run {
     if (target_.token.known) runOn(plan);
     const double seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    display_.finish(supervisor_.interrupted(), seconds);
+    interrupted_ = interrupted_ || supervisor_.interrupted();
+    display_.finish(interrupted_, seconds);
     if (json_) {
-      json_->end(totals_, supervisor_.interrupted());
+      json_->end(totals_, interrupted_);
       json_->finish();
     }
     return status();
@@ -89,14 +112,29 @@ class Run {
     supervisor_.run(target_, planLogin(board_), {});
     if (board_.login == LoginState::refused) return;
     supervisor_.run(target_, plan, settle(plan, target_.token));
-    if (supervisor_.interrupted()) return;
-    for (const auto& [check, finding] : watchedFunctions(board_, plan)) take(check, finding);
-    supervisor_.run(target_, planObjects(board_), {});
+    interrupted_ = supervisor_.interrupted();
+    supervisor_.tolerateInterrupts();
+    if (!interrupted_) {
+      for (const auto& [check, finding] : watchedFunctions(board_, plan)) take(check, finding);
+    }
+    if (!interrupted_ || options_.leaveObjects) {
+      supervisor_.run(target_, planObjects(board_, options_.leaveObjects), {});
+    }
   }
 
+  // A token that one more wrong PIN would lock is not to be locked by a slip of the finger.
   void takePin() {
+    const CK_FLAGS flags = target_.token.flags;
     if (!target_.token.wantsLogin()) return;
-    target_.pin = pins_.find(0);
+    if ((flags & CKF_USER_PIN_LOCKED) != 0) {
+      target_.noPin = "the PIN is locked";
+    } else if ((flags & CKF_USER_PIN_FINAL_TRY) != 0) {
+      target_.noPin = "one try is left, and this is not the place for it";
+    } else if ((flags & CKF_PROTECTED_AUTHENTICATION_PATH) != 0) {
+      target_.noPin = "the token has a PIN pad";
+    } else {
+      target_.pin = pins_.find(0);
+    }
   }
 
   void take(const Check& check, const Finding& finding) {
@@ -118,6 +156,7 @@ class Run {
   }
 
   int status() const {
+    if (interrupted_ || !target_.token.known || !display_.complete()) return 1;
     for (const VerdictRow& row : verdictRows) {
       if (row.fault && totals_[static_cast<std::size_t>(row.verdict)] != 0) return 1;
     }
@@ -134,7 +173,7 @@ class Run {
   Display display_;
   Supervisor supervisor_;
   Totals totals_{};
-  bool holding_ = false;
+  bool holding_ = false, interrupted_ = false;
   std::vector<std::pair<Check, Finding>> held_;
 };
 

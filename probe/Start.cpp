@@ -72,6 +72,15 @@ std::uint64_t countTokenObjects(Bench& bench) {
   return findObjects(bench.session, wanted, enough).size();
 }
 
+void removeOwnObjects(Bench& bench) {
+  constexpr std::size_t enough = 10000;
+  Template ours(bench.memory);
+  ours.add(CKA_TOKEN, true).add(CKA_LABEL, ownLabel);
+  for (const CK_OBJECT_HANDLE object : findObjects(bench.session, ours, enough)) {
+    bench.expect(p11::C_DestroyObject(bench.session, object));
+  }
+}
+
 Check step(const char* name, Stage stage, std::function<void(Bench&)> run) {
   return {std::string("start/") + name, stage, {CKR_OK}, name, std::move(run)};
 }
@@ -93,14 +102,15 @@ Plan planLogin(Board& board) {
                [&](Bench& bench) { board.objectsBefore = countTokenObjects(bench); })};
 }
 
-Plan planObjects(Board& board) {
-  Check check{"watch/token-objects", Stage::user, {CKR_OK}, "Session objects"};
-  check.run = [&](Bench& bench) {
+Plan planObjects(Board& board, bool leaves) {
+  Check count{"watch/token-objects", Stage::user, {CKR_OK}, "C_CreateObject"};
+  count.run = [&](Bench& bench) {
     const std::uint64_t now = countTokenObjects(bench);
     if (now == board.objectsBefore) return;
     bench.wrong(fmt::format("{} objects on the token, {} before", now, board.objectsBefore.load()));
   };
-  return {check};
+  if (!leaves) return {count};
+  return {{"watch/own-objects", Stage::user, {CKR_OK}, "C_DestroyObject", removeOwnObjects}, count};
 }
 
 std::vector<std::pair<Check, Finding>> watchedFunctions(const Board& board, const Plan& plan) {

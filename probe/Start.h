@@ -14,8 +14,8 @@ Plan planToken(Board& board, const TokenChoice& choice);
 // Opens a session, logs in if the token wants that, and counts the objects on the token.
 Plan planLogin(Board& board);
 
-// Counts them again.
-Plan planObjects(Board& board);
+// Removes what checks of ours have left on the token, if they were to (`leaves`), and counts again.
+Plan planObjects(Board& board, bool leaves);
 
 // A check for each function that was called: whether it only returned values of its list.
 std::vector<std::pair<Check, Finding>> watchedFunctions(const Board& board, const Plan& plan);

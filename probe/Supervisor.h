@@ -30,7 +30,10 @@ class Supervisor {
   std::vector<Finding> run(const Target& target, const Plan& plan,
                            std::vector<std::optional<Finding>> settled);
 
-  bool interrupted() { return interrupt_.count() > 0; }
+  bool interrupted() { return interrupt_.count() > tolerated_; }
+
+  // For what has to be done all the same: the interrupts until now end nothing any more.
+  void tolerateInterrupts() { tolerated_ = interrupt_.count(); }
 
  private:
   class Run;
@@ -38,6 +41,7 @@ class Supervisor {
   Board& board_;
   Interrupt& interrupt_;
   double timeout_;
+  int tolerated_ = 0;
   Audience audience_;
 };
 

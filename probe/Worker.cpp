@@ -22,6 +22,9 @@ namespace {
 void settleProcess() {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   setsid();
+  sigset_t nothingBlocked;
+  sigemptyset(&nothingBlocked);
+  sigprocmask(SIG_SETMASK, &nothingBlocked, nullptr);
   const rlimit none{};
   setrlimit(RLIMIT_CORE, &none);
   const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);

@@ -16,8 +16,9 @@ namespace kestrel::probe {
 struct Target {
   std::filesystem::path module;
   std::optional<std::string> initArguments;  // for C_Initialize
-  const Pin* pin = nullptr;                  // null: nobody logs in
-  TokenFacts token = {};                     // once it is known
+  const Pin* pin = nullptr;                  // null: nobody logs in, for this reason
+  std::string noPin = "there is no PIN";
+  TokenFacts token = {};  // once it is known
 };
 
 // How a worker ends by itself.
