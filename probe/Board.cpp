@@ -33,6 +33,11 @@ CallNumber Board::callUnderWay() const {
   return noCall;
 }
 
+void Board::beginCheck(std::string_view path) {
+  check.fill('\0');
+  std::copy_n(path.begin(), std::min(path.size(), check.size() - 1), check.begin());
+}
+
 void Board::noteOddReturn(FunctionId function, CK_RV value) {
   const std::uint32_t noted = oddCount.load();
   const auto isKnown = [&](const OddReturn& one) {
@@ -40,7 +45,7 @@ void Board::noteOddReturn(FunctionId function, CK_RV value) {
   };
   if (noted >= maxOdd || std::any_of(odd.begin(), odd.begin() + noted, isKnown)) return;
   const std::uint32_t place = oddCount.fetch_add(1);
-  if (place < maxOdd) odd[place] = {function, value, check.load()};
+  if (place < maxOdd) odd[place] = {function, value, check};
 }
 
 void Board::beginProcess() {

@@ -6,6 +6,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <string_view>
 
 #include "harness/Pkcs11.h"
 #include "probe/Functions.h"
@@ -28,7 +29,8 @@ struct TokenFacts {
   std::array<char, 33> label = {};  // without the padding
   CK_FLAGS flags = 0;               // of CK_TOKEN_INFO
   CK_VERSION version = {};          // of PKCS #11, as C_GetInfo has it
-  bool known = false;
+  bool known = false;               // all but the mechanisms, which a module may fail to list
+  bool mechanismsKnown = false;
   bool readOnly = false;  // no session may write
   std::array<bool, functionCount> offered = {};
   std::size_t mechanismCount = 0;
@@ -44,7 +46,7 @@ struct TokenFacts {
 struct OddReturn {
   FunctionId function = FunctionId::count;
   CK_RV value = 0;
-  std::uint32_t check = 0;  // in which it was first seen
+  std::array<char, 100> check = {};  // the path of the one in which it was first seen, or its start
 };
 
 // A call under way: a function's number plus one, or the loader. 0 for none.
@@ -63,8 +65,8 @@ struct Board {
   static constexpr std::size_t maxThreads = 64;
   static constexpr std::size_t maxOdd = 256;
 
-  std::atomic<std::uint32_t> check = 0;  // that is running
-  std::atomic<bool> settingUp = false;   // or its stage is still being reached
+  std::array<char, 100> check = {};     // the path of the one that is running, or its start
+  std::atomic<bool> settingUp = false;  // its stage is still being reached
   std::array<std::atomic<CallNumber>, maxThreads> calls = {};  // under way, by thread
   std::array<std::atomic<bool>, functionCount> called = {};
 
@@ -86,6 +88,8 @@ struct Board {
 
   // The call under way: of the first thread, else of any; null for none.
   CallNumber callUnderWay() const;
+
+  void beginCheck(std::string_view path);
 
   // Notes a value that is not in the function's list, once.
   void noteOddReturn(FunctionId function, CK_RV value);

@@ -73,6 +73,8 @@ std::vector<std::optional<Finding>> settle(const Plan& plan, const TokenFacts& f
     if (check.function != FunctionId::count &&
         !facts.offered[static_cast<std::size_t>(check.function)]) {
       settled[i] = absent(fmt::format("the module has no {}", nameOf(check.function)));
+    } else if (check.mechanism && !facts.mechanismsKnown) {
+      settled[i] = Finding{Verdict::notApplicable, "", {}, "the token's mechanisms are not known"};
     } else if (check.mechanism && facts.find(check.mechanism->type) == nullptr) {
       settled[i] = absent("not listed");
     } else if (check.mechanism && !facts.lists(check.mechanism->type, check.mechanism->flag)) {

@@ -95,6 +95,7 @@ class Run {
     display_.begin(label, plan.size());
     release();
     if (target_.token.known) runOn(plan);
+    for (const auto& [check, finding] : watchedFunctions(board_)) take(check, finding);
     const double seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     interrupted_ = interrupted_ || supervisor_.interrupted();
@@ -114,9 +115,6 @@ class Run {
     supervisor_.run(target_, plan, settle(plan, target_.token));
     interrupted_ = supervisor_.interrupted();
     supervisor_.tolerateInterrupts();
-    if (!interrupted_) {
-      for (const auto& [check, finding] : watchedFunctions(board_, plan)) take(check, finding);
-    }
     if (!interrupted_ || options_.leaveObjects) {
       supervisor_.run(target_, planObjects(board_, options_.leaveObjects), {});
     }

@@ -24,6 +24,7 @@ void readOffered(TokenFacts& facts) {
 }
 
 void readMechanisms(Bench& bench, TokenFacts& facts) {
+  if (!facts.known) bench.notApplicable("no token");
   auto* const count = bench.memory.out<CK_ULONG>(0);
   bench.control(p11::C_GetMechanismList(facts.slot, nullptr, count));
   if (*count > maxMechanisms) bench.wrong("lists more mechanisms than there can be");
@@ -37,6 +38,7 @@ void readMechanisms(Bench& bench, TokenFacts& facts) {
     facts.mechanisms[i] = {types[i], *info, result};
   }
   facts.mechanismCount = *count;
+  facts.mechanismsKnown = true;
 }
 
 void findToken(Bench& bench, Board& board, const TokenChoice& choice) {
@@ -58,7 +60,6 @@ void findToken(Bench& bench, Board& board, const TokenChoice& choice) {
     facts.label.fill('\0');
     std::ranges::copy(trimmed(token->label, sizeof token->label), facts.label.begin());
     readOffered(facts);
-    readMechanisms(bench, facts);
     facts.known = true;
     return;
   }
@@ -92,7 +93,9 @@ Plan planToken(Board& board, const TokenChoice& choice) {
   return {step("C_GetFunctionList", Stage::loaded, nothing),
           step("C_Initialize", Stage::initialized, nothing),
           step("C_GetTokenInfo", Stage::initialized,
-               [&](Bench& bench) { findToken(bench, board, choice); })};
+               [&](Bench& bench) { findToken(bench, board, choice); }),
+          step("C_GetMechanismList", Stage::initialized,
+               [&](Bench& bench) { readMechanisms(bench, board.facts); })};
 }
 
 Plan planLogin(Board& board) {
@@ -113,7 +116,7 @@ Plan planObjects(Board& board, bool leaves) {
   return {{"watch/own-objects", Stage::user, {CKR_OK}, "C_DestroyObject", removeOwnObjects}, count};
 }
 
-std::vector<std::pair<Check, Finding>> watchedFunctions(const Board& board, const Plan& plan) {
+std::vector<std::pair<Check, Finding>> watchedFunctions(const Board& board) {
   std::vector<std::pair<Check, Finding>> watched;
   const std::size_t noted = std::min<std::size_t>(board.oddCount, Board::maxOdd);
   for (std::size_t i = 0; i < functionCount; ++i) {
@@ -129,7 +132,8 @@ std::vector<std::pair<Check, Finding>> watchedFunctions(const Board& board, cons
       finding.detail = listing == Listing::undefined   ? "no value of PKCS #11"
                        : listing == Listing::elsewhere ? "a value of other functions alone"
                                                        : "not in the function's list";
-      if (odd.check < plan.size()) finding.detail += ", in " + plan[odd.check].path;
+      const std::string check(odd.check.begin(), std::ranges::find(odd.check, '\0'));
+      finding.detail += fmt::format(", in {}", check);
     }
     watched.emplace_back(
         Check{fmt::format("watch/{}", nameOf(id)), Stage::loaded, {CKR_OK}, nameOf(id)}, finding);

@@ -18,6 +18,6 @@ Plan planLogin(Board& board);
 Plan planObjects(Board& board, bool leaves);
 
 // A check for each function that was called: whether it only returned values of its list.
-std::vector<std::pair<Check, Finding>> watchedFunctions(const Board& board, const Plan& plan);
+std::vector<std::pair<Check, Finding>> watchedFunctions(const Board& board);
 
 }  // namespace kestrel::probe

@@ -45,7 +45,7 @@ class Worker {
     for (std::uint32_t i = first; i < plan.size(); ++i) {
       if (settled[i]) continue;
       if (!module_.canReach(plan[i].stage)) return workerSpent;
-      board_.check = i;
+      board_.beginCheck(plan[i].path);
       if (!runCheck(plan[i], i)) return workerSpent;
     }
     return workerDone;
