@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <functional>
 #include <string_view>
 
 #include "probe/Values.h"
@@ -83,6 +84,7 @@ void Display::fell(const Check& check, const Finding& finding) {
   if (rowOf(finding.verdict).worthReading) {
     told_.push_back({check.path, std::string(check.clause), expectedOf(check.expected), finding});
   }
+  if (finding.verdict == Verdict::notApplicable) ++reasons_[finding.detail];
   if (!verbose_) return;
   clear();
   print(fmt::format("{}  {}  {}",
@@ -123,9 +125,24 @@ void Display::tell(const Told& told) {
   print(fmt::format("    {} {}", command_, told.path));
 }
 
+// Why so many were not applicable: one line a reason, the most frequent first.
+void Display::reasons() {
+  std::vector<std::pair<std::size_t, std::string>> sorted;
+  for (const auto& [reason, count] : reasons_) sorted.emplace_back(count, reason);
+  std::ranges::stable_sort(sorted, std::ranges::greater{},
+                           [](const auto& each) { return each.first; });
+  constexpr std::size_t most = 8;
+  for (std::size_t i = 0; i < std::min(most, sorted.size()); ++i) {
+    print(fmt::format("not applicable: {} x {}", sorted[i].first, visible(sorted[i].second)));
+  }
+  if (sorted.size() > most)
+    print(fmt::format("not applicable: {} reasons more (-v)", sorted.size() - most));
+}
+
 void Display::finish(bool interrupted, double seconds) {
   clear();
   table();
+  reasons();
   std::ranges::stable_sort(told_, {},
                            [](const Told& told) { return &rowOf(told.finding.verdict); });
   for (const Told& told : told_) tell(told);

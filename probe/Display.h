@@ -36,6 +36,7 @@ class Display {
   void clear();
   std::string painted(Verdict verdict, const std::string& text) const;
   void table();
+  void reasons();
   void tell(const Told& told);
 
   std::FILE* stream_;
@@ -43,6 +44,7 @@ class Display {
   std::string command_;
   std::size_t done_ = 0, checks_ = 0;
   std::vector<std::pair<std::string, Totals>> areas_;  // in the order in which they came
+  std::map<std::string, std::size_t> reasons_;
   std::vector<Told> told_;
 };
 
