@@ -21,6 +21,11 @@ if(KESTREL_RUN)
   install(FILES completion/kestrel-run.bash RENAME kestrel-run
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 endif()
+if(KESTREL_PROBE)
+  install_compressed(doc/kestrel-probe.1 kestrel-probe.1.gz ${CMAKE_INSTALL_MANDIR}/man1)
+  install(FILES completion/kestrel-probe.bash RENAME kestrel-probe
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+endif()
 if(KESTREL_SOFTWARE_TOKEN)
   install_compressed(doc/kestrel-token.7 kestrel-token.7.gz ${CMAKE_INSTALL_MANDIR}/man7)
 endif()
