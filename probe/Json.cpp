@@ -83,6 +83,10 @@ void JsonLines::list(const Check& check) {
             .dump());
 }
 
+void JsonLines::endList(std::size_t checks, std::size_t functions, std::size_t mechanisms) {
+  write(Object{{"checks", checks}, {"functions", functions}, {"mechanisms", mechanisms}}.dump());
+}
+
 void JsonLines::finish() {
   if (std::ferror(file_.get()) != 0 || std::fflush(file_.get()) != 0) {
     throw std::system_error(errno == 0 ? EIO : errno, std::generic_category(), path_);

@@ -24,6 +24,7 @@ class JsonLines {
   // Checks without verdicts.
   void beginList();
   void list(const Check& check);
+  void endList(std::size_t checks, std::size_t functions, std::size_t mechanisms);
 
   // Throws std::system_error unless all of it has been written.
   void finish();

@@ -1,6 +1,8 @@
 #include "probe/Options.h"
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
+#include <utility>
 
 #include "probe/Plan.h"
 
@@ -33,6 +35,11 @@ CommandLine readCommandLine(int argc, char** argv) {
   app.add_option("name", options.names, "Areas, or checks by path")->type_name("NAME");
   try {
     app.parse(argc, argv);
+    // A list needs no module: what stands in its place is a name, unless it is a file.
+    if (options.list && !options.module.empty() &&
+        !std::filesystem::is_regular_file(options.module)) {
+      options.names.insert(options.names.begin(), std::exchange(options.module, ""));
+    }
     if (options.module.empty() && !options.list) throw CLI::RequiredError("MODULE");
   } catch (const CLI::ParseError& error) {
     line.status = app.exit(error) == 0 ? 0 : 2;

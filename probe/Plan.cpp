@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <set>
 #include <span>
 #include <stdexcept>
 
@@ -61,6 +62,21 @@ Plan makePlan(const Options& options, const TokenFacts* facts) {
   }
   if (!unmatched.empty() && facts != nullptr) refuse(unmatched.front());
   return plan;
+}
+
+Coverage coverageOf(const Plan& plan) {
+  std::set<std::string_view> functions, mechanisms;
+  for (const Check& check : plan) {
+    std::string_view rest = check.path;
+    while (!rest.empty()) {
+      const std::string_view word = rest.substr(0, rest.find('/'));
+      const std::optional<FunctionId> function = findFunction(word);
+      if (function && static_cast<std::size_t>(*function) < functionCount2) functions.insert(word);
+      if (word.starts_with("CKM_")) mechanisms.insert(word);
+      rest.remove_prefix(std::min(word.size() + 1, rest.size()));
+    }
+  }
+  return {functions.size(), mechanisms.size()};
 }
 
 std::vector<std::optional<Finding>> settle(const Plan& plan, const TokenFacts& facts) {

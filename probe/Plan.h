@@ -17,6 +17,12 @@ std::span<const Area> areas();
 // there is, for a name that is none.
 Plan makePlan(const Options& options, const TokenFacts* facts);
 
+// What a plan reaches: the functions and mechanisms that its paths name.
+struct Coverage {
+  std::size_t functions = 0, mechanisms = 0;  // of PKCS #11 2.40, and all
+};
+Coverage coverageOf(const Plan& plan);
+
 // The findings of those that the token's own words settle: what it does not list, nobody tries.
 std::vector<std::optional<Finding>> settle(const Plan& plan, const TokenFacts& facts);
 

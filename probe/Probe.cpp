@@ -7,6 +7,7 @@
 #include <chrono>
 #include <ctime>
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <stdexcept>
 
@@ -177,19 +178,27 @@ class Run {
 
 int listChecks(const Options& options) {
   const Plan plan = makePlan(options, nullptr);
+  const Coverage coverage = coverageOf(plan);
   if (!options.json.empty()) {
     JsonLines json(options.json);
     json.beginList();
     for (const Check& check : plan) json.list(check);
+    json.endList(plan.size(), coverage.functions, coverage.mechanisms);
     json.finish();
-    return 0;
+    if (options.json == "-") return 0;
   }
+  std::map<std::string, std::size_t> areas;
   for (const Check& check : plan) {
+    ++areas[check.path.substr(0, check.path.find('/'))];
     std::string expected;
     for (const CK_RV value : check.expected) expected.append(" ").append(valueText("CKR_", value));
     fmt::print("{} {}{}\n", check.path, expected,
                check.clause.empty() ? "" : fmt::format("  (PKCS #11, {})", check.clause));
   }
+  fmt::print("\n{} checks", plan.size());
+  for (const auto& [area, count] : areas) fmt::print(", {} of {}", count, area);
+  fmt::print("; {} of {} functions, {} mechanisms\n", coverage.functions, functionCount2,
+             coverage.mechanisms);
   return 0;
 }
 
