@@ -6,6 +6,7 @@
 #include <exception>
 #include <new>
 
+#include "probe/Keys.h"
 #include "probe/Values.h"
 
 namespace kestrel::probe {
@@ -35,9 +36,9 @@ void Bench::expect(CK_RV value, const Expected& expected) {
   end(verdict, "");
 }
 
-void Bench::work(CK_RV value) {
+void Bench::work(CK_RV value, const std::string& detail) {
   rememberLast();
-  if (value != CKR_OK) end(Verdict::refuses, "");
+  if (value != CKR_OK) end(Verdict::refuses, detail);
 }
 
 void Bench::end(Verdict verdict, std::string detail) {
@@ -85,6 +86,8 @@ Finding Bench::run() {
   } catch (const CheckEnded&) {
   } catch (const CallEnded& ended) {
     explain(ended);
+  } catch (const NoKey& none) {
+    finding_ = {Verdict::notApplicable, "", {}, none.why};
   } catch (const std::exception& exception) {
     finding_ = {
         Verdict::notApplicable, "", {}, fmt::format("kestrel-probe itself: {}", exception.what())};

@@ -35,8 +35,8 @@ class Bench {
   void expect(CK_RV value) { expect(value, check.expected); }
   void expect(CK_RV value, const Expected& expected);
 
-  // What the token claims to do: without CKR_OK it refuses.
-  void work(CK_RV value);
+  // What the token claims to do: without CKR_OK it refuses. `detail` says what was asked of it.
+  void work(CK_RV value, const std::string& detail = {});
 
   // Ends the check. `detail` is a sentence without its full stop.
   [[noreturn]] void end(Verdict verdict, std::string detail);

@@ -78,6 +78,7 @@ struct Board {
 
   std::atomic<LoginState> login = LoginState::none;
   CK_RV loginResult = 0;
+  std::atomic<bool> contextLoginRefused = false;  // or it is under way
 
   std::atomic<std::uint32_t> oddCount = 0;
   std::array<OddReturn, maxOdd> odd = {};

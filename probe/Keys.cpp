@@ -1,55 +1,12 @@
 #include "probe/Keys.h"
 
-#include <openssl/core_names.h>
-
+#include "probe/KeyAttributes.h"
+#include "probe/OutsidePublic.h"
 #include "probe/Values.h"
 
 namespace kestrel::probe {
 
-using namespace std::string_view_literals;
-
-constexpr Curve p256{"P-256", "\x06\x08\x2a\x86\x48\xce\x3d\x03\x01\x07"sv, 256,
-                     CKM_EC_KEY_PAIR_GEN, CKK_EC};
-constexpr Curve p384{"P-384", "\x06\x05\x2b\x81\x04\x00\x22"sv, 384, CKM_EC_KEY_PAIR_GEN, CKK_EC};
-constexpr Curve p521{"P-521", "\x06\x05\x2b\x81\x04\x00\x23"sv, 521, CKM_EC_KEY_PAIR_GEN, CKK_EC};
-constexpr Curve ed25519{"ED25519", "\x06\x03\x2b\x65\x70"sv, 255, CKM_EC_EDWARDS_KEY_PAIR_GEN,
-                        CKK_EC_EDWARDS};
-constexpr Curve x25519{"X25519", "\x06\x03\x2b\x65\x6e"sv, 255, CKM_EC_MONTGOMERY_KEY_PAIR_GEN,
-                       CKK_EC_MONTGOMERY};
-
 namespace {
-
-struct UsageRow {
-  Usage usage;
-  CK_ATTRIBUTE_TYPE attribute;
-  bool isPublic;  // which key of a pair it belongs to
-};
-
-constexpr UsageRow usageRows[] = {
-    {canEncrypt, CKA_ENCRYPT, true},
-    {canDecrypt, CKA_DECRYPT, false},
-    {canSign, CKA_SIGN, false},
-    {canVerify, CKA_VERIFY, true},
-    {canWrap, CKA_WRAP, true},
-    {canUnwrap, CKA_UNWRAP, false},
-    {canDerive, CKA_DERIVE, false},
-    {canSignRecover, CKA_SIGN_RECOVER, false},
-    {canVerifyRecover, CKA_VERIFY_RECOVER, true},
-};
-
-void addUsage(Template& attributes, Usage usage) {
-  for (const UsageRow& row : usageRows) {
-    if ((usage & row.usage) != 0) attributes.add(row.attribute, true);
-  }
-}
-
-Usage partOf(Usage usage, bool isPublic) {
-  Usage part = 0;
-  for (const UsageRow& row : usageRows) {
-    if (row.isPublic == isPublic) part |= usage & row.usage;
-  }
-  return part;
-}
 
 struct Generation {
   CK_KEY_TYPE type;
@@ -58,21 +15,23 @@ struct Generation {
 };
 
 constexpr Generation generations[] = {
-    {CKK_AES, CKM_AES_KEY_GEN, true},    {CKK_GENERIC_SECRET, CKM_GENERIC_SECRET_KEY_GEN, true},
-    {CKK_DES, CKM_DES_KEY_GEN, false},   {CKK_DES2, CKM_DES2_KEY_GEN, false},
+    {CKK_AES, CKM_AES_KEY_GEN, true},
+    {CKK_GENERIC_SECRET, CKM_GENERIC_SECRET_KEY_GEN, true},
+    {CKK_DES, CKM_DES_KEY_GEN, false},
+    {CKK_DES2, CKM_DES2_KEY_GEN, false},
     {CKK_DES3, CKM_DES3_KEY_GEN, false},
+    {CKK_AES_XTS, CKM_AES_XTS_KEY_GEN, true},
+    {CKK_CAMELLIA, CKM_CAMELLIA_KEY_GEN, true},
+    {CKK_ARIA, CKM_ARIA_KEY_GEN, true},
+    {CKK_SEED, CKM_SEED_KEY_GEN, false},
+    {CKK_CHACHA20, CKM_CHACHA20_KEY_GEN, false},
+    {CKK_POLY1305, CKM_POLY1305_KEY_GEN, false},
 };
 
 [[noreturn]] void refuse() {
   const Caller& caller = Caller::current();
   throw NoKey{fmt::format("no key: {} {}", nameOf(caller.lastFunction),
                           valueText("CKR_", caller.lastValue))};
-}
-
-// A point as a token gives it: DER with the octets in it, or the octets alone.
-View octets(View value, std::size_t length) {
-  if (value.size() == length) return value;
-  return value.size() > length ? value.substr(value.size() - length) : View();
 }
 
 }  // namespace
@@ -99,8 +58,8 @@ CK_OBJECT_HANDLE Keys::importSecret(CK_SESSION_HANDLE session, CK_KEY_TYPE type,
   return create(session, attributes);
 }
 
-SecretKey Keys::makeSecret(CK_KEY_TYPE type, CK_ULONG length, Usage usage) {
-  const MemoryScope scope(memory_);
+// Generated, and its value known: read, or wrapped for OpenSSL.
+std::optional<SecretKey> Keys::generateSecret(CK_KEY_TYPE type, CK_ULONG length, Usage usage) {
   for (const Generation& row : generations) {
     if (row.type != type || !token_.lists(row.mechanism, CKF_GENERATE)) continue;
     Template attributes(memory_);
@@ -113,11 +72,39 @@ SecretKey Keys::makeSecret(CK_KEY_TYPE type, CK_ULONG length, Usage usage) {
         CKR_OK) {
       continue;
     }
-    if (std::optional<Bytes> value = readAttribute(session_, *handle, CKA_VALUE)) {
-      return {*handle, *std::move(value)};
-    }
+    std::optional<Bytes> value = readAttribute(session_, *handle, CKA_VALUE);
+    if (!value) value = reveal(*handle);
+    if (value && value->size() == length) return SecretKey{*handle, *std::move(value)};
   }
+  return std::nullopt;
+}
+
+// A key that may leave the token, but not be read: OpenSSL is who it is wrapped for.
+std::optional<Bytes> Keys::reveal(CK_OBJECT_HANDLE secret) {
+  if (!token_.lists(CKM_RSA_PKCS, CKF_WRAP)) return std::nullopt;
+  try {
+    const CK_OBJECT_HANDLE publicKey = importPublic(session_, outsideRsa(), canWrap);
+    auto* const mechanism = memory_.in(CK_MECHANISM{CKM_RSA_PKCS, nullptr, 0});
+    const auto length = static_cast<CK_ULONG>(EVP_PKEY_get_size(outsideRsa()));
+    CK_BYTE* const wrapped = memory_.bytes(length);
+    auto* const written = memory_.out<CK_ULONG>(length);
+    const CK_RV result =
+        p11::C_WrapKey(session_, mechanism, publicKey, secret, wrapped, written);
+    p11::C_DestroyObject(session_, publicKey);
+    if (result != CKR_OK) return std::nullopt;
+    return outside::decrypt(outsideRsa(), {outside::RsaForm::Kind::pkcs1},
+                            View(reinterpret_cast<const char*>(wrapped), *written));
+  } catch (const NoKey&) {
+  } catch (const std::runtime_error&) {
+  }
+  return std::nullopt;
+}
+
+SecretKey Keys::makeSecret(CK_KEY_TYPE type, CK_ULONG length, Usage usage) {
+  const MemoryScope scope(memory_);
+  if (std::optional<SecretKey> key = generateSecret(type, length, usage)) return *std::move(key);
   SecretKey key{CK_INVALID_HANDLE, outside::random(length)};
+  if (isDes(type)) key.value = withOddParity(key.value);
   key.handle = importSecret(session_, type, key.value, usage);
   return key;
 }
@@ -129,87 +116,38 @@ const SecretKey& Keys::secret(CK_KEY_TYPE type, CK_ULONG length, Usage usage) {
   return secrets_.emplace(place, makeSecret(type, length, usage)).first->second;
 }
 
-KeyPair Keys::makePair(CK_MECHANISM_TYPE generation, Template& publicKey, Usage usage) {
-  publicKey.add(CKA_TOKEN, false);
-  addUsage(publicKey, partOf(usage, true));
-  Template privateKey(memory_);
-  privateKey.add(CKA_TOKEN, false);
-  addUsage(privateKey, partOf(usage, false));
-  auto* const mechanism = memory_.in(CK_MECHANISM{generation, nullptr, 0});
-  auto* const publicHandle = memory_.out<CK_OBJECT_HANDLE>(CK_INVALID_HANDLE);
-  auto* const privateHandle = memory_.out<CK_OBJECT_HANDLE>(CK_INVALID_HANDLE);
-  if (p11::C_GenerateKeyPair(session_, mechanism, publicKey.in(), publicKey.count(),
-                             privateKey.in(), privateKey.count(), publicHandle,
-                             privateHandle) != CKR_OK) {
-    refuse();
-  }
-  return {*publicHandle, *privateHandle, nullptr};
-}
-
-OutsideKey Keys::readRsa(CK_OBJECT_HANDLE publicKey) const {
-  const std::optional<Bytes> modulus = readAttribute(session_, publicKey, CKA_MODULUS);
-  const std::optional<Bytes> exponent = readAttribute(session_, publicKey, CKA_PUBLIC_EXPONENT);
-  if (!modulus || !exponent) refuse();
-  return outside::rsaPublicKey(*modulus, *exponent);
-}
-
-OutsideKey Keys::readEc(CK_OBJECT_HANDLE publicKey, const Curve& curve) const {
-  const std::optional<Bytes> point = readAttribute(session_, publicKey, CKA_EC_POINT);
-  if (!point) refuse();
-  if (curve.type != CKK_EC) return outside::rawPublicKey(curve.name, octets(*point, 32));
-  return outside::ecPublicKey(curve.name, octets(*point, 1 + 2 * ((curve.bits + 7) / 8)));
-}
-
-const KeyPair& Keys::rsa(Usage usage, CK_ULONG bits) {
-  const std::tuple place(CK_KEY_TYPE{CKK_RSA}, bits, usage);
-  const auto known = pairs_.find(place);
-  if (known != pairs_.end()) return known->second;
-  const MemoryScope scope(memory_);
-  Template publicKey(memory_);
-  publicKey.add(CKA_MODULUS_BITS, bits).add(CKA_PUBLIC_EXPONENT, "\x01\x00\x01"sv);
-  KeyPair pair = makePair(CKM_RSA_PKCS_KEY_PAIR_GEN, publicKey, usage);
-  pair.outside = readRsa(pair.publicKey);
-  return pairs_.emplace(place, std::move(pair)).first->second;
-}
-
-const KeyPair& Keys::ec(const Curve& curve, Usage usage) {
-  const std::tuple place(curve.type, curve.bits, usage);
-  const auto known = pairs_.find(place);
-  if (known != pairs_.end()) return known->second;
-  const MemoryScope scope(memory_);
-  Template publicKey(memory_);
-  publicKey.add(CKA_EC_PARAMS, curve.parameters);
-  KeyPair pair = makePair(curve.generation, publicKey, usage);
-  pair.outside = readEc(pair.publicKey, curve);
-  return pairs_.emplace(place, std::move(pair)).first->second;
+EVP_PKEY* Keys::outsideRsa() {
+  if (outsideRsa_ == nullptr) outsideRsa_ = outside::newRsaKey(2048);
+  return outsideRsa_.get();
 }
 
 CK_OBJECT_HANDLE Keys::importPublic(CK_SESSION_HANDLE session, EVP_PKEY* key, Usage usage) {
   const MemoryScope scope(memory_);
-  Template attributes(memory_);
-  attributes.add(CKA_CLASS, CK_ULONG{CKO_PUBLIC_KEY}).add(CKA_TOKEN, false);
-  if (EVP_PKEY_is_a(key, "RSA") == 1) {
-    attributes.add(CKA_KEY_TYPE, CK_ULONG{CKK_RSA})
-        .add(CKA_MODULUS, outside::number(key, OSSL_PKEY_PARAM_RSA_N))
-        .add(CKA_PUBLIC_EXPONENT, outside::number(key, OSSL_PKEY_PARAM_RSA_E));
-  } else {
-    const Bytes point = outside::point(key);
-    for (const Curve* curve : {&p256, &p384, &p521, &ed25519, &x25519}) {
-      if (EVP_PKEY_is_a(key, curve->name) == 0 &&
-          (curve->type != CKK_EC || EVP_PKEY_get_bits(key) != static_cast<int>(curve->bits))) {
-        continue;
-      }
-      Bytes der{'\x04'};
-      if (point.size() > 127) der += '\x81';
-      der += static_cast<char>(point.size());
-      attributes.add(CKA_KEY_TYPE, curve->type)
-          .add(CKA_EC_PARAMS, curve->parameters)
-          .add(CKA_EC_POINT, der + point);
-      break;
+  for (unsigned form = 0; form < curveForms; ++form) {
+    Template attributes(memory_);
+    attributes.add(CKA_CLASS, CK_ULONG{CKO_PUBLIC_KEY}).add(CKA_TOKEN, false);
+    if (!addPublicNumbers(attributes, key, form)) break;
+    addUsage(attributes, partOf(usage, true));
+    auto* const handle = memory_.out<CK_OBJECT_HANDLE>(CK_INVALID_HANDLE);
+    if (p11::C_CreateObject(session, attributes.in(), attributes.count(), handle) == CKR_OK) {
+      return *handle;
     }
   }
-  addUsage(attributes, partOf(usage, true));
-  return create(session, attributes);
+  refuse();
+}
+
+// The PIN was proven by the first login. Were it refused here nevertheless, nobody tries it again.
+CK_RV Keys::authenticate(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE key) {
+  const auto known = wantLogin_.find(key);
+  if (known == wantLogin_.end() || !known->second || board_ == nullptr || pin_ == nullptr) {
+    return CKR_OK;
+  }
+  if (board_->contextLoginRefused.exchange(true)) return CKR_USER_NOT_LOGGED_IN;
+  const MemoryScope scope(memory_);
+  const std::string_view pin = pin_->text();
+  const CK_RV value = p11::C_Login(session, CKU_CONTEXT_SPECIFIC, memory_.in(pin), pin.size());
+  if (value == CKR_OK) board_->contextLoginRefused = false;
+  return value;
 }
 
 }  // namespace kestrel::probe

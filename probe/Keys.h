@@ -10,6 +10,7 @@
 #include "probe/Attributes.h"
 #include "probe/Check.h"
 #include "probe/Outside.h"
+#include "run/Pins.h"
 
 namespace kestrel::probe {
 
@@ -32,6 +33,7 @@ struct SecretKey {
 };
 
 struct KeyPair {
+  // The public one is invalid where a token has the private key alone, and takes no public one.
   CK_OBJECT_HANDLE publicKey = CK_INVALID_HANDLE, privateKey = CK_INVALID_HANDLE;
   OutsideKey outside;  // the public key at least
 };
@@ -43,9 +45,10 @@ struct Curve {
   CK_ULONG bits;
   CK_MECHANISM_TYPE generation;
   CK_KEY_TYPE type;
+  std::string_view otherParameters = {};  // the name of the curve, which some tokens want
 };
 
-extern const Curve p256, p384, p521, ed25519, x25519;
+extern const Curve p256, p384, p521, ed25519, ed448, x25519, x448;
 
 class Keys {
  public:
@@ -53,12 +56,24 @@ class Keys {
 
   void useSession(CK_SESSION_HANDLE session) { session_ = session; }
 
+  // For keys that want a login of their own for each use. `pin` may be null.
+  void useLogin(Board& board, const Pin* pin) {
+    board_ = &board;
+    pin_ = pin;
+  }
+
   // A secret key of `length` bytes whose value is known. Throws NoKey, as all of these.
   const SecretKey& secret(CK_KEY_TYPE type, CK_ULONG length, Usage usage);
 
-  // A key pair that may do `usage`, each key its part of it.
+  // A key pair that may do `usage`, each key its part of it. One that the token had already may be
+  // of another length.
   const KeyPair& rsa(Usage usage, CK_ULONG bits = 2048);
   const KeyPair& ec(const Curve& curve, Usage usage);
+  const KeyPair& dsa(Usage usage);
+  const KeyPair& dh(Usage usage);
+
+  // An RSA key of OpenSSL's, which lasts.
+  EVP_PKEY* outsideRsa();
 
   // A public key of OpenSSL's as an object of the session `session`.
   CK_OBJECT_HANDLE importPublic(CK_SESSION_HANDLE session, EVP_PKEY* key, Usage usage);
@@ -67,18 +82,40 @@ class Keys {
   CK_OBJECT_HANDLE importSecret(CK_SESSION_HANDLE session, CK_KEY_TYPE type, View value,
                                 Usage usage);
 
+  // To be called when an operation with a private key has begun: some keys want the PIN then. What
+  // came of it; CKR_OK where nothing was wanted.
+  CK_RV authenticate(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE key);
+
  private:
+  struct Wanted {  // a pair
+    CK_KEY_TYPE type;
+    CK_ULONG bits;
+    CK_MECHANISM_TYPE generation;
+    Usage usage;
+    const Curve* curve;
+  };
+
   SecretKey makeSecret(CK_KEY_TYPE type, CK_ULONG length, Usage usage);
-  KeyPair makePair(CK_MECHANISM_TYPE generation, Template& publicKey, Usage usage);
-  OutsideKey readRsa(CK_OBJECT_HANDLE publicKey) const;
-  OutsideKey readEc(CK_OBJECT_HANDLE publicKey, const Curve& curve) const;
+  std::optional<SecretKey> generateSecret(CK_KEY_TYPE type, CK_ULONG length, Usage usage);
+  std::optional<Bytes> reveal(CK_OBJECT_HANDLE secret);
+
+  const KeyPair& pair(const Wanted& wanted);
+  KeyPair generate(const Wanted& wanted);
+  KeyPair import(const Wanted& wanted);
+  KeyPair find(const Wanted& wanted);
+  OutsideKey readPublic(const Wanted& wanted, CK_OBJECT_HANDLE publicKey) const;
+  KeyPair pairOf(const Wanted& wanted, CK_OBJECT_HANDLE privateKey);
   CK_OBJECT_HANDLE create(CK_SESSION_HANDLE session, const Template& attributes) const;
 
   Memory& memory_;
   const TokenFacts& token_;
+  Board* board_ = nullptr;
+  const Pin* pin_ = nullptr;
   CK_SESSION_HANDLE session_ = CK_INVALID_HANDLE;
+  OutsideKey outsideRsa_;
   std::map<std::tuple<CK_KEY_TYPE, CK_ULONG, Usage>, SecretKey> secrets_;
   std::map<std::tuple<CK_KEY_TYPE, CK_ULONG, Usage>, KeyPair> pairs_;
+  std::map<CK_OBJECT_HANDLE, bool> wantLogin_;  // of keys that were on the token
 };
 
 }  // namespace kestrel::probe

@@ -42,14 +42,31 @@ OutsideKey ecPublicKey(const char* group, View point);
 // "ED25519", "X25519": the public key as it is.
 OutsideKey rawPublicKey(const char* type, View key);
 
+// Prime fields, as big-endian numbers: of all DSA keys here, and of all DH keys, which have no
+// subprime.
+struct FieldGroup {
+  Bytes prime, subprime, base;
+};
+const FieldGroup& dsaGroup();
+const FieldGroup& dhGroup();
+
+// By the public value; for an empty one the parameters alone.
+OutsideKey dsaKey(View value);
+OutsideKey dhPublicKey(View value);
+
 // A new key of OpenSSL's own. `bits` for RSA; `group` for EC; a type with neither otherwise.
 OutsideKey newRsaKey(unsigned bits);
 OutsideKey newEcKey(const char* group);
 OutsideKey newKey(const char* type);
+OutsideKey newDsaKey();
+OutsideKey newDhKey();
 
 // A big-endian number of a key, by OpenSSL's name ("n", "rsa-factor1", "priv"), `length` bytes with
 // leading zeros, or as short as it is for 0.
 Bytes number(EVP_PKEY* key, const char* name, std::size_t length = 0);
+
+// The private key as it is, of the types that OpenSSL names "ED25519" and the like.
+Bytes rawPrivateKey(EVP_PKEY* key);
 
 // The public point of an EC key, uncompressed.
 Bytes point(EVP_PKEY* key);

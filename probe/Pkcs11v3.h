@@ -19,9 +19,23 @@
 
 #define CKA_UNIQUE_ID 0x4UL
 
+#define CKK_CHACHA20 0x33UL
+#define CKK_POLY1305 0x34UL
+#define CKK_AES_XTS 0x35UL
+#define CKK_SHA3_224_HMAC 0x36UL
+#define CKK_SHA3_256_HMAC 0x37UL
+#define CKK_SHA3_384_HMAC 0x38UL
+#define CKK_SHA3_512_HMAC 0x39UL
+#define CKK_BLAKE2B_512_HMAC 0x3dUL
 #define CKK_EC_MONTGOMERY 0x41UL
 #define CKK_HKDF 0x42UL
-#define CKK_CHACHA20 0x33UL
+#define CKK_SHA512_224_HMAC 0x43UL
+#define CKK_SHA512_256_HMAC 0x44UL
+
+#define CKM_DSA_SHA3_224 0x18UL
+#define CKM_DSA_SHA3_256 0x19UL
+#define CKM_DSA_SHA3_384 0x1aUL
+#define CKM_DSA_SHA3_512 0x1bUL
 
 #define CKM_SHA3_256_RSA_PKCS 0x60UL
 #define CKM_SHA3_384_RSA_PKCS 0x61UL
@@ -61,7 +75,6 @@
 #define CKM_ECDSA_SHA3_384 0x1049UL
 #define CKM_ECDSA_SHA3_512 0x104aUL
 #define CKM_EC_MONTGOMERY_KEY_PAIR_GEN 0x1056UL
-#define CKM_XEDDSA 0x1058UL
 #define CKM_AES_XTS 0x1071UL
 #define CKM_AES_XTS_KEY_GEN 0x1072UL
 #define CKM_CHACHA20_KEY_GEN 0x1225UL
@@ -75,8 +88,17 @@
 #define CKM_SHA256_KEY_GEN 0x4005UL
 #define CKM_SHA384_KEY_GEN 0x4006UL
 #define CKM_SHA512_KEY_GEN 0x4007UL
-#define CKM_SALSA20_POLY1305 0x4020UL
+#define CKM_SHA512_224_KEY_GEN 0x4008UL
+#define CKM_SHA512_256_KEY_GEN 0x4009UL
+#define CKM_BLAKE2B_512 0x401bUL
+#define CKM_BLAKE2B_512_HMAC 0x401cUL
+#define CKM_BLAKE2B_512_HMAC_GENERAL 0x401dUL
+#define CKM_BLAKE2B_512_KEY_DERIVE 0x401eUL
+#define CKM_BLAKE2B_512_KEY_GEN 0x401fUL
+#define CKM_SALSA20 0x4020UL
 #define CKM_CHACHA20_POLY1305 0x4021UL
+#define CKM_SALSA20_POLY1305 0x4022UL
+#define CKM_XEDDSA 0x4029UL
 #define CKM_HKDF_DERIVE 0x402aUL
 #define CKM_HKDF_DATA 0x402bUL
 #define CKM_HKDF_KEY_GEN 0x402cUL
@@ -85,10 +107,104 @@
 #define CKG_MGF1_SHA3_256 0x7UL
 #define CKG_MGF1_SHA3_384 0x8UL
 #define CKG_MGF1_SHA3_512 0x9UL
+
+#define CKD_SHA3_224_KDF 0xaUL
+#define CKD_SHA3_256_KDF 0xbUL
+#define CKD_SHA3_384_KDF 0xcUL
+#define CKD_SHA3_512_KDF 0xdUL
+
+#define CKF_HKDF_SALT_NULL 0x1UL
+#define CKF_HKDF_SALT_DATA 0x2UL
+#define CKF_HKDF_SALT_KEY 0x4UL
 #endif
 // clang-format on
 
 namespace kestrel::probe {
+
+// Parameters of mechanisms, as the standard lays them out.
+
+struct CcmParameters {
+  CK_ULONG dataLength;
+  CK_BYTE* nonce;
+  CK_ULONG nonceLength;
+  CK_BYTE* aad;
+  CK_ULONG aadLength;
+  CK_ULONG macLength;
+};
+
+struct ChaCha20Parameters {
+  CK_BYTE* blockCounter;
+  CK_ULONG blockCounterBits;
+  CK_BYTE* nonce;
+  CK_ULONG nonceBits;
+};
+
+struct ChaCha20Poly1305Parameters {
+  CK_BYTE* nonce;
+  CK_ULONG nonceLength;
+  CK_BYTE* aad;
+  CK_ULONG aadLength;
+};
+
+struct Rc2CbcParameters {
+  CK_ULONG effectiveBits;
+  CK_BYTE iv[8];
+};
+
+struct EdDsaParameters {
+  CK_BBOOL prehashed;
+  CK_ULONG contextLength;
+  CK_BYTE* context;
+};
+
+struct HkdfParameters {
+  CK_BBOOL extract;
+  CK_BBOOL expand;
+  CK_MECHANISM_TYPE hash;
+  CK_ULONG saltType;
+  CK_BYTE* salt;
+  CK_ULONG saltLength;
+  CK_OBJECT_HANDLE saltKey;
+  CK_BYTE* info;
+  CK_ULONG infoLength;
+};
+
+// Of SP800-108: what the input of its function is made of, in its order.
+struct PrfData {
+  enum Type : CK_ULONG { iterationVariable = 1, counter, keyLength, byteArray };
+  CK_ULONG type;
+  void* value;
+  CK_ULONG length;
+};
+
+struct CounterFormat {
+  CK_BBOOL littleEndian;
+  CK_ULONG bits;
+};
+
+struct KeyLengthFormat {
+  CK_ULONG method;  // 1: the sum of the keys
+  CK_BBOOL littleEndian;
+  CK_ULONG bits;
+};
+
+struct KdfParameters {
+  CK_MECHANISM_TYPE prf;
+  CK_ULONG dataCount;
+  PrfData* data;
+  CK_ULONG moreKeys;
+  void* moreKeyList;
+};
+
+struct FeedbackKdfParameters {
+  CK_MECHANISM_TYPE prf;
+  CK_ULONG dataCount;
+  PrfData* data;
+  CK_ULONG ivLength;
+  CK_BYTE* iv;
+  CK_ULONG moreKeys;
+  void* moreKeyList;
+};
 
 // One of the interfaces that C_GetInterfaceList tells of: the structure that the standard calls
 // CK_INTERFACE.

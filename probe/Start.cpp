@@ -34,6 +34,7 @@ void readMechanisms(Bench& bench, TokenFacts& facts) {
   bench.control(p11::C_GetMechanismList(facts.slot, types, count));
   auto* const info = bench.memory.out(CK_MECHANISM_INFO{});
   for (std::size_t i = 0; i < *count; ++i) {
+    *info = {};  // there are modules that add flags to those that they find
     const CK_RV result = p11::C_GetMechanismInfo(facts.slot, types[i], info);
     facts.mechanisms[i] = {types[i], *info, result};
   }

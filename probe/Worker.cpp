@@ -39,7 +39,9 @@ class Worker {
         pipe_(pipe),
         caller_(board),
         module_(board, target, caller_),
-        keys_(caller_.memory, target.token) {}
+        keys_(caller_.memory, target.token) {
+    keys_.useLogin(board, target.pin);
+  }
 
   int run(const Plan& plan, std::span<const std::optional<Finding>> settled, std::uint32_t first) {
     for (std::uint32_t i = first; i < plan.size(); ++i) {
