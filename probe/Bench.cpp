@@ -79,10 +79,25 @@ void Bench::explain(const CallEnded& ended) {
   }
 }
 
-Finding Bench::run() {
+CK_RV Bench::logIn(CK_SESSION_HANDLE onSession, CK_USER_TYPE type) {
+  if (!token.wantsLogin()) notApplicable("the token wants no login");
+  const Host::Login login = host_.logIn(onSession, type);
+  if (!login.value) notApplicable(login.why);
+  return *login.value;
+}
+
+void Bench::elsewhere(View toSay) {
+  const Finding found = host_.askCompanion(check, toSay);
+  if (found.verdict == Verdict::ok) return;
+  finding_ = found;
+  finding_.detail += found.detail.empty() ? "in a second process" : ", in a second process";
+  throw CheckEnded{};
+}
+
+Finding Bench::run(const std::function<void(Bench&)>& part) {
   const auto start = std::chrono::steady_clock::now();
   try {
-    check.run(*this);
+    part(*this);
   } catch (const CheckEnded&) {
   } catch (const CallEnded& ended) {
     explain(ended);

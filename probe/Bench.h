@@ -1,23 +1,48 @@
 // What a check works with, and by which it says what it found.
 #pragma once
 
+#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "probe/Calls.h"
 #include "probe/Check.h"
+#include "probe/Outside.h"
 
 namespace kestrel::probe {
 
 class Keys;
+
+// What a check may ask of the process that it runs in.
+class Host {
+ public:
+  // C_Login with the PIN that was proven. Nothing, with the reason, where there is none to give.
+  struct Login {
+    std::optional<CK_RV> value;
+    std::string why;
+  };
+  virtual Login logIn(CK_SESSION_HANDLE session, CK_USER_TYPE type) = 0;
+
+  // Has the check's `elsewhere` done by another process, once.
+  virtual Finding askCompanion(const Check& check, View message) = 0;
+
+ protected:
+  ~Host() = default;
+};
 
 // Thrown through a check that has its verdict.
 struct CheckEnded {};
 
 class Bench {
  public:
-  Bench(Caller& caller, const TokenFacts& facts, Keys& keyMaker, const Check& ofCheck)
-      : memory(caller.memory), token(facts), keys(keyMaker), check(ofCheck), caller_(caller) {}
+  Bench(Caller& caller, const TokenFacts& facts, Keys& keyMaker, const Check& ofCheck, Host& host)
+      : memory(caller.memory),
+        token(facts),
+        keys(keyMaker),
+        check(ofCheck),
+        caller_(caller),
+        host_(host) {}
   Bench(const Bench&) = delete;
   Bench& operator=(const Bench&) = delete;
 
@@ -54,14 +79,27 @@ class Bench {
   CK_SESSION_HANDLE openSession(CK_FLAGS flags = CKF_RW_SESSION);
   const std::vector<CK_SESSION_HANDLE>& otherSessions() const { return otherSessions_; }
 
-  // Runs the check. Whatever leaves it by an exception becomes a verdict.
-  Finding run();
+  // C_Login with the right PIN, which is never tried where it was refused. Ends the check where the
+  // token wants no login or there is no PIN.
+  CK_RV logIn(CK_SESSION_HANDLE session, CK_USER_TYPE type = CKU_USER);
+
+  // Has the check's `elsewhere` done in a process that loads the module itself, with `message` as
+  // its own; when it returns, that process has called C_Finalize and ended. Ends the check with
+  // what was found there, unless that is ok.
+  void elsewhere(View message = {});
+  Bytes message;
+
+  // Runs the check, or the part of it that belongs into another process. Whatever leaves it by an
+  // exception becomes a verdict.
+  Finding run() { return run(check.run); }
+  Finding run(const std::function<void(Bench&)>& part);
 
  private:
   void rememberLast();
   void explain(const CallEnded& ended);
 
   Caller& caller_;
+  Host& host_;
   std::vector<CK_SESSION_HANDLE> otherSessions_;
   Finding finding_;
 };

@@ -55,6 +55,7 @@ void Caller::end() {
 void Caller::returned(FunctionId function, CK_RV value) {
   lastFunction = function;
   lastValue = value;
+  ++callCount;
   if (listingOf(function, value, board_.facts.version.major >= 3) != Listing::listed) {
     board_.noteOddReturn(function, value);
   }

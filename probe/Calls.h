@@ -40,6 +40,7 @@ class Caller {
   Memory memory;
   FunctionId lastFunction = FunctionId::count;
   CK_RV lastValue = 0;
+  unsigned callCount = 0;
 
   void begin(CallNumber number);
   void end();

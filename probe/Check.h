@@ -38,6 +38,8 @@ struct Check {
   std::function<void(Bench&)> run = {};
   std::optional<NeededMechanism> mechanism = {};
   FunctionId function = FunctionId::count;  // without which there is nothing to check
+  // What a second process does on demand (Bench::elsewhere): from Stage::session, not logged in.
+  std::function<void(Bench&)> elsewhere = {};
 
   bool undefined = false;  // its arguments are left undefined: only with --undefined
   bool leaves = false;     // objects on the token, while it runs: only with --leave-objects

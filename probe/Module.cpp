@@ -104,13 +104,20 @@ CK_SESSION_HANDLE Module::openSession() {
 void Module::logIn() {
   if (!target_.token.wantsLogin()) return;
   if (target_.pin == nullptr) fail("C_Login", {}, target_.noPin, Verdict::notApplicable);
-  const MemoryScope scope(caller_.memory);
-  const std::string_view pin = target_.pin->text();
+  if (board_.login == LoginState::refused) {
+    fail("C_Login", board_.loginResult, "it is not tried again");
+  }
   if (board_.login != LoginState::proven) board_.login = LoginState::underway;
-  const CK_RV value = p11::C_Login(session_, CKU_USER, caller_.memory.in(pin), pin.size());
+  const CK_RV value = givePin(session_, CKU_USER);
   board_.loginResult = value;
   board_.login = value == CKR_OK ? LoginState::proven : LoginState::refused;
   if (value != CKR_OK) fail("C_Login", value, "it is not tried again");
+}
+
+CK_RV Module::givePin(CK_SESSION_HANDLE session, CK_USER_TYPE type) {
+  const MemoryScope scope(caller_.memory);
+  const std::string_view pin = target_.pin->text();
+  return p11::C_Login(session, type, caller_.memory.in(pin), pin.size());
 }
 
 void Module::leave() {

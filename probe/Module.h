@@ -35,6 +35,9 @@ class Module {
   // Another session. Throws SetUpFailed.
   CK_SESSION_HANDLE openSession();
 
+  // C_Login with the PIN, which there is.
+  CK_RV givePin(CK_SESSION_HANDLE session, CK_USER_TYPE type);
+
   // Logs out, closes and finalises, as far as there is anything of that.
   void leave();
 

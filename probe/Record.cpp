@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "probe/Values.h"
+
 namespace kestrel::probe {
 
 namespace {
@@ -40,6 +42,13 @@ Finding Record::finding() const {
   finding.detail = get(detail);
   finding.seconds = seconds;
   return finding;
+}
+
+std::string reasonOf(const Finding& finding) {
+  std::string reason = finding.call;
+  if (finding.value) reason.append(" ").append(valueText("CKR_", *finding.value));
+  if (!finding.detail.empty()) reason.append(reason.empty() ? "" : ": ").append(finding.detail);
+  return reason;
 }
 
 }  // namespace kestrel::probe

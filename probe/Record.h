@@ -30,4 +30,7 @@ struct Record {
 
 static_assert(sizeof(Record) <= PIPE_BUF);
 
+// A finding in a few words, for those who could not begin because of it.
+std::string reasonOf(const Finding& finding);
+
 }  // namespace kestrel::probe

@@ -15,7 +15,6 @@
 #include <system_error>
 
 #include "probe/Record.h"
-#include "probe/Values.h"
 #include "run/Descriptor.h"
 #include "run/Orphans.h"
 
@@ -188,10 +187,8 @@ class Supervisor::Run {
         board_.login != LoginState::underway) {
       return;
     }
-    std::string reason = finding.call;
-    if (finding.value) reason.append(" ").append(valueText("CKR_", *finding.value));
-    if (!finding.detail.empty()) reason.append(reason.empty() ? "" : ": ").append(finding.detail);
-    const Finding lost{Verdict::notApplicable, "", {}, fmt::format("not reached: {}", reason)};
+    const Finding lost{
+        Verdict::notApplicable, "", {}, fmt::format("not reached: {}", reasonOf(finding))};
     for (std::size_t i = next(); i < plan_.size(); ++i) {
       if (!settled_[i] && needs(plan_[i].stage, check.stage)) settled_[i] = lost;
     }

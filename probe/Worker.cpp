@@ -8,6 +8,7 @@
 #include <csignal>
 
 #include "probe/Bench.h"
+#include "probe/Companion.h"
 #include "probe/Faults.h"
 #include "probe/Keys.h"
 #include "probe/Module.h"
@@ -31,7 +32,7 @@ void settleProcess() {
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) dup2(nothing, stream);
 }
 
-class Worker {
+class Worker final : private Host {
  public:
   Worker(Board& board, const Target& target, int pipe)
       : target_(target),
@@ -44,51 +45,93 @@ class Worker {
   }
 
   int run(const Plan& plan, std::span<const std::optional<Finding>> settled, std::uint32_t first) {
+    const auto needsCompanion = [&](std::uint32_t i) { return !settled[i] && plan[i].elsewhere; };
+    for (std::uint32_t i = first; i < plan.size() && !companion_; ++i) {
+      if (needsCompanion(i)) startCompanion(plan);
+    }
     for (std::uint32_t i = first; i < plan.size(); ++i) {
       if (settled[i]) continue;
       if (!module_.canReach(plan[i].stage)) return workerSpent;
       board_.beginCheck(plan[i].path);
-      if (!runCheck(plan[i], i)) return workerSpent;
+      board_.settingUp = true;
+      const Ran ran = runCheck(plan[i], i, nullptr);
+      send(ran.record);
+      if (!ran.goesOn) return workerSpent;
     }
     return workerDone;
   }
 
   void leave() {
+    leaveModule();
+    companion_.reset();
+  }
+
+ private:
+  void leaveModule() {
     try {
       module_.leave();
     } catch (const CallEnded&) {
     }
   }
 
- private:
+  Login logIn(CK_SESSION_HANDLE session, CK_USER_TYPE type) override {
+    if (target_.pin == nullptr) return {{}, target_.noPin};
+    if (board_.login != LoginState::proven) return {{}, "the PIN was not proven to be right"};
+    const CK_RV value = module_.givePin(session, type);
+    if (value == CKR_PIN_INCORRECT || value == CKR_PIN_LOCKED) board_.login = LoginState::refused;
+    return {value, ""};
+  }
+
+  Finding askCompanion(const Check& check, View message) override {
+    const auto number = static_cast<std::uint32_t>(&check - plan_->data());
+    const Record record = companion_->ask(number, message);
+    const Finding finding = record.finding();
+    if (record.kind == Record::Kind::finding) return finding;
+    return {Verdict::notApplicable, "", {}, reasonOf(finding)};
+  }
+
+  void startCompanion(const Plan& plan) {
+    plan_ = &plan;
+    companion_.emplace([this, &plan](const Companion::Request& request) {
+      const Ran ran = runCheck(plan[request.check], request.check, &request);
+      leaveModule();
+      return ran.record;
+    });
+  }
+
   void send(const Record& record) const {
     if (write(pipe_, &record, sizeof record) != sizeof record) _exit(1);
   }
 
-  bool runCheck(const Check& check, std::uint32_t number) {
+  struct Ran {
+    Record record;
+    bool goesOn = false;  // the process can, with another check
+  };
+
+  // Without a request the check itself, else what it wants done in a second process: this one.
+  Ran runCheck(const Check& check, std::uint32_t number, const Companion::Request* request) {
     const MemoryScope scope(caller_.memory);
     try {
-      Bench bench(caller_, target_.token, keys_, check);
-      prepare(check, bench);
-      const Finding finding = bench.run();
+      Bench bench(caller_, target_.token, keys_, check, *this);
+      prepare(request == nullptr ? check.stage : Stage::session, bench);
+      if (request != nullptr) bench.message = request->text();
+      const Finding finding = bench.run(request == nullptr ? check.run : check.elsewhere);
+      const bool spoils = check.spoils || check.elsewhere;
       const bool sound = finding.verdict != Verdict::crashed && finding.verdict != Verdict::wrong;
-      if (sound && !check.spoils) close(bench);
-      send(Record::of(number, finding));
-      return sound && !check.spoils;
+      if (sound && !spoils) close(bench);
+      return {Record::of(number, finding), sound && !spoils};
     } catch (const SetUpFailed& failed) {
-      send(Record::of(number, failed.finding, Record::Kind::setUpFailed));
+      return {Record::of(number, failed.finding, Record::Kind::setUpFailed)};
     } catch (const CallEnded& ended) {
       const Finding finding{
           Verdict::deviates, nameOf(ended.function), {}, "did not end as a call does"};
-      send(Record::of(number, finding, Record::Kind::setUpFailed));
+      return {Record::of(number, finding, Record::Kind::setUpFailed)};
     }
-    return false;
   }
 
-  void prepare(const Check& check, Bench& bench) {
-    board_.settingUp = true;
-    module_.reach(check.stage);
-    if (check.stage >= Stage::session) {
+  void prepare(Stage stage, Bench& bench) {
+    module_.reach(stage);
+    if (stage >= Stage::session) {
       keys_.useSession(module_.session());
       bench.session = module_.openSession();
     }
@@ -110,6 +153,8 @@ class Worker {
   Caller caller_;
   Module module_;
   Keys keys_;
+  const Plan* plan_ = nullptr;
+  std::optional<Companion> companion_;
 };
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "probe/Judge.h"
 #include "probe/Returns.h"
 #include "probe/Supervisor.h"
+#include "run/Orphans.h"
 
 namespace kestrel::probe {
 
@@ -81,6 +82,16 @@ Check fakeCheck(Fake fake) {
   return check;
 }
 
+// The same in a second process, which hears what the first one says.
+Check movedElsewhere(const Check& check) {
+  Check moved{"moved", Stage::loaded};
+  moved.run = [](Bench& bench) { bench.elsewhere("heard"); };
+  moved.elsewhere = [check](Bench& bench) {
+    if (bench.message == "heard") check.run(bench);
+  };
+  return moved;
+}
+
 TEST(Probe, EachEndOfACallIsAVerdictAndTheNextCheckRuns) {
   const auto fine = [](Session, CK_BYTE*, CK_ULONG, CK_BYTE* out, CK_ULONG* length) -> CK_RV {
     out[0] = out[3] = 1;
@@ -140,19 +151,25 @@ TEST(Probe, EachEndOfACallIsAVerdictAndTheNextCheckRuns) {
        Verdict::hung, "ended after 0.3 s"},
       {fakeCheck(fine), Verdict::ok, ""},
   };
-  Plan plan;
-  for (const auto& row : rows) plan.push_back(row.check);
-  Interrupt interrupt;
-  Supervisor supervisor(makeBoard(), interrupt, 0.3, {});
-  Target target;
-  target.module = TOKEN;
-  const std::vector<Finding> findings = supervisor.run(target, plan, {});
-  ASSERT_EQ(findings.size(), std::size(rows));
-  for (std::size_t i = 0; i < findings.size(); ++i) {
-    EXPECT_EQ(findings[i].verdict, rows[i].verdict) << i << ": " << findings[i].detail;
-    EXPECT_EQ(findings[i].detail, rows[i].detail) << i;
-    EXPECT_EQ(findings[i].call, "C_Sign") << i;
+  for (const bool elsewhere : {false, true}) {
+    Plan plan;
+    for (const auto& row : rows) plan.push_back(elsewhere ? movedElsewhere(row.check) : row.check);
+    Interrupt interrupt;
+    Supervisor supervisor(makeBoard(), interrupt, 0.3, {});
+    Target target;
+    target.module = TOKEN;
+    target.token.slot = 1;
+    const std::vector<Finding> findings = supervisor.run(target, plan, {});
+    ASSERT_EQ(findings.size(), std::size(rows));
+    for (std::size_t i = 0; i < findings.size(); ++i) {
+      EXPECT_EQ(findings[i].verdict, rows[i].verdict) << i << ": " << findings[i].detail;
+      EXPECT_TRUE(findings[i].detail.starts_with(rows[i].detail)) << i << findings[i].detail;
+      EXPECT_TRUE(elsewhere || findings[i].detail == rows[i].detail) << i << findings[i].detail;
+      const bool silent = elsewhere && rows[i].verdict == Verdict::ok;
+      EXPECT_EQ(findings[i].call, silent ? "" : "C_Sign") << i;
+    }
   }
+  EXPECT_TRUE(childProcesses().empty());
 }
 
 // A stage that cannot be reached costs two tries, not one a check.
