@@ -8,12 +8,16 @@
 #include <map>
 #include <utility>
 
+#include "harness/Tests.h"
 #include "run/Text.h"
 
 namespace {
 
 constexpr std::size_t outcomeWidth = 14;  // of "nothing tested" and "could not load"
-constexpr std::size_t testWidth = 19;     // of "displayCertificates"
+constexpr std::size_t testWidth =
+    std::ranges::max(kestrel::tests, {}, [](const kestrel::Test& test) {
+      return test.name.size();
+    }).name.size();
 
 const char* environment(const char* name) {
   const char* const value = std::getenv(name);

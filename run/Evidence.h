@@ -5,12 +5,12 @@
 #include <string_view>
 #include <vector>
 
+#include "harness/Tests.h"
 #include "run/Process.h"
 #include "run/Results.h"
-#include "run/Tests.h"
 
 struct Evidence {
-  const Test& test;
+  const kestrel::Test& test;
   const Ended& ended;
   std::vector<std::string_view> report, errors;  // lines
 };

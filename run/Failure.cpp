@@ -77,7 +77,7 @@ bool endedByLine(const Evidence& evidence, Run& run) {
 }
 
 bool endedBySlotEvents(const Evidence& evidence, Run& run) {
-  if (evidence.test.name != "waitTest") return false;
+  if (!evidence.test.is(kestrel::Test::endless)) return false;
   for (const std::string_view call : {"C_WaitForSlotEvent", "C_GetSlotInfo"}) {
     const auto text = lastAfter({lastLine(evidence.report)}, fmt::format("{} == ", call));
     std::uint64_t value = 0;

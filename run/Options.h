@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "harness/Tests.h"
 #include "run/Modules.h"
-#include "run/Tests.h"
 
 // What the module in between is told; it is there only when one of these is given.
 struct ShimOptions {
@@ -18,7 +18,7 @@ struct ShimOptions {
 };
 
 struct Options {
-  std::vector<const Test*> tests;
+  std::vector<const kestrel::Test*> tests;
   std::vector<NamedModule> modules;
   bool ownToken = false;  // no module was named: it is the software token
   bool everyKey = false;

@@ -25,13 +25,13 @@ std::string inCall(const Run& run) {
                                          : "outside any call into the module";
 }
 
-// waitTest has no other end than this one: it has passed when both of its threads have come round
-// and neither has got stuck with the other.
+// The test of waiting has no other end than this one: it has passed when both of its threads have
+// come round and neither has got stuck with the other.
 bool waitedLongEnough(const Evidence& evidence, Run& run) {
   const auto rounds = lastAfter(evidence.report, "C_GetSlotInfo : ");
   constexpr double longestSilence = 2;  // seconds
-  if (evidence.test.name != "waitTest" || !rounds || !lastAfter(evidence.report, "Wait : ") ||
-      evidence.ended.silence > longestSilence) {
+  if (!evidence.test.is(kestrel::Test::endless) || !rounds ||
+      !lastAfter(evidence.report, "Wait : ") || evidence.ended.silence > longestSilence) {
     return false;
   }
   conclude(run, Outcome::passed, fmt::format("{} rounds", *rounds));
@@ -40,7 +40,7 @@ bool waitedLongEnough(const Evidence& evidence, Run& run) {
 }
 
 void judgeSignal(const Evidence& evidence, Run& run, int signal) {
-  if (evidence.test.byOperator && signal == SIGINT) {
+  if (evidence.test.is(kestrel::Test::byOperator) && signal == SIGINT) {
     if (!waitedLongEnough(evidence, run)) {
       conclude(run, Outcome::notRun, "ended by the operator");
     }
@@ -93,7 +93,7 @@ std::size_t passedLogins(const Run& run) {
       run.calls, [](const ReportedCall& call) { return call.passed && call.name == "C_Login"; }));
 }
 
-Run judge(const Test& test, Ended ended, double timeout) {
+Run judge(const kestrel::Test& test, Ended ended, double timeout) {
   Run run;
   const Evidence evidence{test, ended, linesOf(ended.report), linesOf(ended.errors)};
   run.calls = reportedCalls(evidence.report);
@@ -120,15 +120,15 @@ Run judge(const Test& test, Ended ended, double timeout) {
   return run;
 }
 
-std::string barToLogin(const Test& test, const Run& run, bool accepted) {
+std::string barToLogin(const kestrel::Test& test, const Run& run, bool accepted) {
   const bool login = run.call == "C_Login" || run.call == "CKU_CONTEXT_SPECIFIC C_Login";
-  const bool pinChange = test.name == "changePinTest";
+  const bool pinChange = test.is(kestrel::Test::changesPin);
   constexpr std::uint32_t pinIncorrect = 0xa0, pinLocked = 0xa4;
   if (run.value && *run.value >= pinIncorrect && *run.value <= pinLocked && (login || pinChange)) {
     return fmt::format("the PIN was refused in {}: {}", test.name, run.valueName);
   }
   if (pinChange && (run.outcome >= Outcome::crashed || run.cut || keepsTemporaryPin(run.report))) {
-    return "the PIN may be 24682468 since changePinTest";
+    return fmt::format("the PIN may be 24682468 since {}", test.name);
   }
   const bool died = run.outcome >= Outcome::crashed || run.reason.starts_with(unexplained);
   if (!accepted && ((login && !run.value) || (died && run.call.empty()))) {

@@ -31,9 +31,9 @@ std::string contentOf(const fs::path& path) {
   return text;
 }
 
-std::string mechanismsFor(std::string_view test, std::string list) {
+std::string mechanismsFor(const kestrel::Test& test, std::string list) {
   constexpr std::string_view all = "signable", inParts = "multipart";
-  if (test != "signUpdate") return list;
+  if (!test.is(kestrel::Test::signsInParts)) return list;
   for (std::size_t at; (at = list.find(all)) != list.npos;) list.replace(at, all.size(), inParts);
   return list;
 }
@@ -100,7 +100,7 @@ void nameMechanism(const std::vector<TracedCall>& calls, Run& run) {
 
 }  // namespace
 
-std::vector<std::string> shimEnvironment(const ShimOptions& options, std::string_view test,
+std::vector<std::string> shimEnvironment(const ShimOptions& options, const kestrel::Test& test,
                                          const fs::path& module, const fs::path& folder) {
   std::vector<std::string> variables{
       fmt::format("KESTREL_SHIM_MODULE={}", module.native()),
@@ -121,8 +121,9 @@ void checkShim(const Options& options, Interrupt& interrupt) {
   }
   const TemporaryFolder folder;
   fs::create_symlink(shimModule(), folder.path() / "libnorvalepk11.so");
-  Command command{options.kestrel, {"printInfo"}, folder.path()};
-  command.environment = shimEnvironment(options.shim, "", "", folder.path());
+  const kestrel::Test& any = kestrel::tests.front();  // the set-up fails before it
+  Command command{options.kestrel, {std::string(any.name)}, folder.path()};
+  command.environment = shimEnvironment(options.shim, any, "", folder.path());
   std::erase(command.environment, "KESTREL_SHIM_MODULE=");
   const Ended ended = supervise(command, {.interrupt = interrupt, .timeout = 10});
   const auto words = lastAfter(linesOf(ended.errors), "kestrel-shim: ");

@@ -11,7 +11,7 @@
 
 // The variables that tell it, of the form NAME=VALUE, for a run of `test` on `module` in `folder`.
 // A signing in parts gets the mechanisms that sign in parts, where those that sign are asked for.
-std::vector<std::string> shimEnvironment(const ShimOptions& options, std::string_view test,
+std::vector<std::string> shimEnvironment(const ShimOptions& options, const kestrel::Test& test,
                                          const std::filesystem::path& module,
                                          const std::filesystem::path& folder);
 

@@ -34,7 +34,7 @@ void judgeSigning(const Evidence& evidence, Run& run) {
 void judgeDecryption(const Evidence& evidence, Run& run) {
   using namespace std::string_view_literals;
   constexpr std::string_view message = "this is a test string\0"sv;
-  const bool whole = evidence.test.name == "decryptData";
+  const bool whole = evidence.test.success == kestrel::Success::plaintexts;
   const std::vector<std::string> dumps =
       dumpsUnder(whole ? "Decrypted Message:" : "Decrypted data: ", evidence.report);
   const auto wrong = [whole, message](const std::string& dump) {
@@ -71,27 +71,29 @@ void judgePinChange(const Evidence& evidence, Run& run) {
   run.reason = fmt::format("PIN change failed, {} {}", run.call, run.valueName);
 }
 
-void judgeTokenInfo(const Evidence& evidence, Run& run) {
+void judgePinFlags(const Evidence& evidence, Run& run) {
   if (!lastAfter(evidence.report, "Flags: ")) {
     conclude(run, Outcome::nothingTested, "no reader");
   }
 }
 
-struct Judgement {
-  std::string_view test;
-  void (*judge)(const Evidence&, Run&);
-};
-
-constexpr std::array judgements{
-    Judgement{"login", judgeLogin},
-    Judgement{"findObjectsTest", judgeLogin},
-    Judgement{"signData", judgeSigning},
-    Judgement{"signUpdate", judgeSigning},
-    Judgement{"decryptData", judgeDecryption},
-    Judgement{"decryptUpdate", judgeDecryption},
-    Judgement{"changePinTest", judgePinChange},
-    Judgement{"tokenInfoTest", judgeTokenInfo},
-};
+void judgeTest(const Evidence& evidence, Run& run) {
+  switch (evidence.test.success) {
+    case kestrel::Success::end:
+      return;
+    case kestrel::Success::login:
+      return judgeLogin(evidence, run);
+    case kestrel::Success::signatures:
+      return judgeSigning(evidence, run);
+    case kestrel::Success::plaintexts:
+    case kestrel::Success::lastParts:
+      return judgeDecryption(evidence, run);
+    case kestrel::Success::pinChange:
+      return judgePinChange(evidence, run);
+    case kestrel::Success::pinFlags:
+      return judgePinFlags(evidence, run);
+  }
+}
 
 }  // namespace
 
@@ -101,6 +103,5 @@ void judgeSuccess(const Evidence& evidence, Run& run) {
                     fmt::format("{} in the middle of its report", unexplained));
   }
   run.outcome = Outcome::passed;
-  const auto* row = std::ranges::find(judgements, evidence.test.name, &Judgement::test);
-  if (row != judgements.end()) row->judge(evidence, run);
+  judgeTest(evidence, run);
 }
