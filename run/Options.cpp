@@ -8,6 +8,8 @@
 #include <string_view>
 #include <system_error>
 
+#include "common/Installation.h"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -76,16 +78,18 @@ CommandLine readCommandLine(int argc, char** argv) {
       ->type_name("NAME")
       ->allow_extra_args(false);
   app.add_flag("--trace", shim.trace, "Record each call with its arguments and its time");
-  app.add_option("-o,--out", options.out, "Keep every report, and the results as results.json")
+  app.add_option("-o,--out", options.destinations.out,
+                 "Keep every report, and the results as results.json")
       ->type_name("DIR");
   app.add_option("--baseline", options.baseline, "Compare with an earlier --out")->type_name("DIR");
   const auto file = [&app](const char* name, std::string& path, const char* text) {
     app.add_option(name, path, text)->type_name("FILE");
   };
-  file("--junit", options.junit, "Write JUnit XML (\"-\" is standard output, also below)");
-  file("--json", options.json, "Write the results as JSON");
-  file("--markdown", options.markdown, "Write the table as Markdown");
-  file("--html", options.html, "Write a page to look at");
+  file("--junit", options.destinations.junit,
+       "Write JUnit XML (\"-\" is standard output, also below)");
+  file("--json", options.destinations.json, "Write the results as JSON");
+  file("--markdown", options.destinations.markdown, "Write the table as Markdown");
+  file("--html", options.destinations.html, "Write a page to look at");
   app.add_option("--kestrel", kestrel,
                  "The kestrel to run (default: beside kestrel-run, then PATH)")
       ->type_name("PATH");

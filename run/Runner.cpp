@@ -8,11 +8,14 @@
 #include <map>
 #include <set>
 
-#include "run/Outcome.h"
-#include "run/Process.h"
-#include "run/Report.h"
-#include "run/Shim.h"
-#include "run/Text.h"
+#include "common/FitText.h"
+#include "common/Installation.h"
+#include "run/ShimUse.h"
+#include "run/judge/Judge.h"
+#include "run/judge/Login.h"
+#include "run/judge/Transcript.h"
+#include "run/process/Folder.h"
+#include "run/process/Supervise.h"
 
 namespace {
 
@@ -144,6 +147,7 @@ Ended Runner::startKestrel(const kestrel::Test& test, ShimFiles& files) {
     supervision.lent = terminal_;
   } else {
     command.arguments.push_back("-d");  // the prompt for a PIN wants no terminal
+    supervision.promptAtEnd = promptAtEnd;
     supervision.pin = [this](std::uint64_t position) { return answerPrompt(position); };
     if (display_.moves()) {
       supervision.progress = [this](std::string_view output, double seconds) {

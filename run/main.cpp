@@ -7,12 +7,12 @@
 #include <exception>
 #include <stdexcept>
 
-#include "run/Baseline.h"
 #include "run/Options.h"
-#include "run/Process.h"
 #include "run/Runner.h"
-#include "run/Shim.h"
-#include "run/Writers.h"
+#include "run/ShimUse.h"
+#include "run/process/Supervise.h"
+#include "run/results/Baseline.h"
+#include "run/write/Writers.h"
 
 namespace {
 
@@ -33,13 +33,14 @@ void readPins(const Options& options, Pins& pins) {
 int runAll(const Options& options) {
   Pins pins;
   readPins(options, pins);
-  prepareFiles(options);
-  const std::optional<Results> baseline = readBaseline(options);
+  prepareFiles(options.destinations);
+  std::optional<Results> baseline;
+  if (!options.baseline.empty()) baseline = readBaseline(options.baseline);
   adoptOrphans();
   Interrupt interrupt;
   if (options.shim.isAsked()) checkShim(options, interrupt);
   const std::unique_ptr<Terminal> terminal = Terminal::open();
-  Display display(usesStandardOutput(options) ? stderr : stdout, options.quiet);
+  Display display(usesStandardOutput(options.destinations) ? stderr : stdout, options.quiet);
   if (options.ownToken && pins.empty()) {
     pins.setDefault("12345678");
   } else {
@@ -50,7 +51,7 @@ int runAll(const Options& options) {
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
   if (baseline) results.changes = compare(*baseline, results);
   display.finish(results, elapsed.count());
-  writeFiles(options, results);
+  writeFiles(options.destinations, results);
   if (!display.complete()) throw std::runtime_error("standard output cannot be written to");
   if (interrupt.count() > 0) return interruptedStatus;
   return results.acceptable() ? 0 : 1;

@@ -14,13 +14,14 @@
 #include <sstream>
 #include <system_error>
 
-#include "run/Baseline.h"
-#include "run/Files.h"
-#include "run/Html.h"
-#include "run/Json.h"
-#include "run/Junit.h"
-#include "run/Markdown.h"
-#include "run/Text.h"
+#include "common/Files.h"
+#include "common/FitText.h"
+#include "run/results/Baseline.h"
+#include "run/results/Difference.h"
+#include "run/write/Html.h"
+#include "run/write/Json.h"
+#include "run/write/Junit.h"
+#include "run/write/Markdown.h"
 
 namespace {
 

@@ -1,0 +1,41 @@
+#include "run/judge/Login.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "run/judge/Evidence.h"
+
+namespace {
+
+// Where the module changed the PIN and was not seen to change it back.
+bool keepsTemporaryPin(std::string_view report) {
+  const std::size_t changed = report.rfind("C_SetPIN() passed: changed pin\n");
+  return changed != report.npos &&
+         report.find("C_Login() passed: logged in with original pin\n", changed) == report.npos;
+}
+
+}  // namespace
+
+std::size_t passedLogins(const Run& run) {
+  return static_cast<std::size_t>(std::ranges::count_if(
+      run.calls, [](const ReportedCall& call) { return call.passed && call.name == "C_Login"; }));
+}
+
+std::string barToLogin(const kestrel::Test& test, const Run& run, bool accepted) {
+  const bool login = run.call == "C_Login" || run.call == "CKU_CONTEXT_SPECIFIC C_Login";
+  const bool pinChange = test.is(kestrel::Test::changesPin);
+  constexpr std::uint32_t pinIncorrect = 0xa0, pinLocked = 0xa4;
+  if (run.value && *run.value >= pinIncorrect && *run.value <= pinLocked && (login || pinChange)) {
+    return fmt::format("the PIN was refused in {}: {}", test.name, run.valueName);
+  }
+  if (pinChange && (run.outcome >= Outcome::crashed || run.cut || keepsTemporaryPin(run.report))) {
+    return fmt::format("the PIN may be 24682468 since {}", test.name);
+  }
+  const bool died = run.outcome >= Outcome::crashed || run.reason.starts_with(unexplained);
+  if (!accepted && ((login && !run.value) || (died && run.call.empty()))) {
+    return fmt::format("whether the PIN was refused is not known: {} {}", test.name,
+                       outcomeName(run.outcome));
+  }
+  return "";
+}

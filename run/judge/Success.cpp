@@ -1,0 +1,107 @@
+#include "run/judge/Success.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+
+#include "run/judge/Transcript.h"
+
+namespace {
+
+bool metToken(const Evidence& evidence) {
+  return std::ranges::any_of(
+      evidence.report, [](std::string_view line) { return line.ends_with("C_Login() passed"); });
+}
+
+void judgeLogin(const Evidence& evidence, Run& run) {
+  if (!metToken(evidence)) conclude(run, Outcome::nothingTested, "no token");
+}
+
+void concludeNothing(const Evidence& evidence, Run& run) {
+  conclude(run, Outcome::nothingTested, metToken(evidence) ? "no key" : "no token");
+}
+
+void judgeSigning(const Evidence& evidence, Run& run) {
+  if (run.verified + run.unchecked == 0) return concludeNothing(evidence, run);
+  if (run.verified == 0) run.outcome = Outcome::nothingTested;
+  run.reason = fmt::format("{} verified", run.verified);
+  if (run.unchecked > 0) run.reason += fmt::format(", {} not checked", run.unchecked);
+}
+
+// Of a multi-part decryption the report has the last part alone, which may be empty.
+void judgeDecryption(const Evidence& evidence, Run& run) {
+  using namespace std::string_view_literals;
+  constexpr std::string_view message = "this is a test string\0"sv;
+  const bool whole = evidence.test.success == kestrel::Success::plaintexts;
+  const std::vector<std::string> dumps =
+      dumpsUnder(whole ? "Decrypted Message:" : "Decrypted data: ", evidence.report);
+  const auto wrong = [whole, message](const std::string& dump) {
+    return whole ? dump != message : !message.ends_with(dump);
+  };
+  if (dumps.empty()) return concludeNothing(evidence, run);
+  if (std::ranges::any_of(dumps, wrong)) return conclude(run, Outcome::failed, "wrong plaintext");
+  run.reason = fmt::format("{} decrypted", dumps.size());
+}
+
+// The steps behind C_OpenSession; the first that fails ends the test, with status 0.
+void judgePinChange(const Evidence& evidence, Run& run) {
+  constexpr std::array steps{"C_SetPIN", "C_Login", "C_Logout"};
+  const auto isOpen = [](const ReportedCall& call) { return call.name == "C_OpenSession"; };
+  const auto lastOpen = std::find_if(run.calls.rbegin(), run.calls.rend(), isOpen);
+  if (lastOpen == run.calls.rend()) return conclude(run, Outcome::nothingTested, "no token");
+  const std::optional<std::string_view> text =
+      lastAfter(evidence.report, "PIN change failed: return value: ");
+  const auto isDone = [](std::string_view line) {
+    return line == "C_Logout() passed: (2nd logout)";
+  };
+  if (!text ||
+      std::ranges::count_if(run.calls, isOpen) <= std::ranges::count_if(evidence.report, isDone)) {
+    return;
+  }
+  std::uint64_t value = 0;
+  std::from_chars(text->data(), text->data() + text->size(), value);
+  const auto passed = std::count_if(run.calls.rbegin(), lastOpen, [](const ReportedCall& call) {
+    return call.name != "C_Finalize";
+  });
+  failIn(run, steps[static_cast<std::size_t>(passed) % steps.size()],
+         static_cast<std::uint32_t>(value));
+  run.calls.push_back({run.call, false, *run.value, run.valueName});
+  run.reason = fmt::format("PIN change failed, {} {}", run.call, run.valueName);
+}
+
+void judgePinFlags(const Evidence& evidence, Run& run) {
+  if (!lastAfter(evidence.report, "Flags: ")) {
+    conclude(run, Outcome::nothingTested, "no reader");
+  }
+}
+
+void judgeTest(const Evidence& evidence, Run& run) {
+  switch (evidence.test.success) {
+    case kestrel::Success::end:
+      return;
+    case kestrel::Success::login:
+      return judgeLogin(evidence, run);
+    case kestrel::Success::signatures:
+      return judgeSigning(evidence, run);
+    case kestrel::Success::plaintexts:
+    case kestrel::Success::lastParts:
+      return judgeDecryption(evidence, run);
+    case kestrel::Success::pinChange:
+      return judgePinChange(evidence, run);
+    case kestrel::Success::pinFlags:
+      return judgePinFlags(evidence, run);
+  }
+}
+
+}  // namespace
+
+void judgeSuccess(const Evidence& evidence, Run& run) {
+  if (!isComplete(evidence.report)) {
+    return conclude(run, Outcome::failed,
+                    fmt::format("{} in the middle of its report", unexplained));
+  }
+  run.outcome = Outcome::passed;
+  judgeTest(evidence, run);
+}

@@ -1,0 +1,6 @@
+// What a run with exit status 0 is worth, which kestrel leaves to the reader's eye.
+#pragma once
+
+#include "run/judge/Evidence.h"
+
+void judgeSuccess(const Evidence& evidence, Run& run);

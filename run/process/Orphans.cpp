@@ -1,0 +1,71 @@
+#include "run/process/Orphans.h"
+
+#include <poll.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <charconv>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string>
+
+#include "common/Descriptor.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int dyingMilliseconds = 1000;  // after SIGKILL: longer is in the hands of a driver
+
+std::optional<pid_t> processOf(const std::string& folder) {
+  pid_t number = 0;
+  const auto [end, error] = std::from_chars(folder.data(), folder.data() + folder.size(), number);
+  if (error != std::errc() || end != folder.data() + folder.size()) return std::nullopt;
+  return number;
+}
+
+// From "PID (NAME) STATE PARENT ...", where the name may hold anything.
+pid_t parentOf(const fs::path& process) {
+  std::ifstream stream(process / "stat");
+  const std::string text(std::istreambuf_iterator<char>(stream), {});
+  const std::size_t name = text.rfind(')');
+  return name == text.npos ? 0 : std::atoi(text.c_str() + name + 3);
+}
+
+bool waitGone(pid_t child) {
+  const Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
+  pollfd event{process.get(), POLLIN, 0};
+  return poll(&event, 1, dyingMilliseconds) > 0 && waitpid(child, nullptr, WNOHANG) >= 0;
+}
+
+}  // namespace
+
+std::set<pid_t> childProcesses() {
+  std::set<pid_t> children;
+  std::error_code error;
+  for (fs::directory_iterator at("/proc", error), end; !error && at != end; at.increment(error)) {
+    const std::optional<pid_t> process = processOf(at->path().filename());
+    if (process && parentOf(at->path()) == getpid()) children.insert(*process);
+  }
+  return children;
+}
+
+void killChildren(const std::set<pid_t>& spared) {
+  std::set<pid_t> left = spared;
+  for (;;) {
+    pid_t ended;
+    while ((ended = waitpid(-1, nullptr, WNOHANG)) > 0) {
+    }
+    if (ended < 0) return;
+    std::set<pid_t> children = childProcesses();
+    std::erase_if(children, [&left](pid_t child) { return left.contains(child); });
+    if (children.empty()) return;
+    for (const pid_t child : children) kill(child, SIGKILL);
+    for (const pid_t child : children) {
+      if (!waitGone(child)) left.insert(child);
+    }
+  }
+}

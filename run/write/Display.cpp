@@ -1,0 +1,133 @@
+#include "run/write/Display.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <map>
+#include <utility>
+
+#include "common/FitText.h"
+#include "harness/Tests.h"
+
+namespace {
+
+constexpr std::size_t outcomeWidth = 14;  // of "nothing tested" and "could not load"
+constexpr std::size_t testWidth =
+    std::ranges::max(kestrel::tests, {}, [](const kestrel::Test& test) {
+      return test.name.size();
+    }).name.size();
+
+const char* environment(const char* name) {
+  const char* const value = std::getenv(name);
+  return value == nullptr ? "" : value;
+}
+
+const char* colorOf(Outcome outcome) {
+  switch (outcome) {
+    case Outcome::passed:
+      return "32";
+    case Outcome::notRun:
+    case Outcome::nothingTested:
+      return "33";
+    default:
+      return "31";
+  }
+}
+
+}  // namespace
+
+Display::Display(std::FILE* stream, bool quiet)
+    : stream_(stream),
+      quiet_(quiet),
+      moving_(isatty(fileno(stream)) != 0 && std::string_view(environment("TERM")) != "dumb"),
+      colors_(moving_ && *environment("NO_COLOR") == '\0') {}
+
+void Display::beginModule(const ModuleResult& module, bool several) {
+  if (!several) return;
+  heading_ = fmt::format("{} ({})", visible(module.name), visible(module.path));
+  if (!quiet_) print(std::exchange(heading_, ""));
+}
+
+void Display::beginTest(std::string_view test, unsigned run, unsigned runs) {
+  running_ = runs == 1 ? test : fmt::format("{}, run {} of {}", test, run, runs);
+  calls_ = 0;
+  progress("", 0);
+}
+
+void Display::progress(std::string_view output, double seconds) {
+  if (!moving_) return;
+  for (std::size_t at = 0; (at = output.find("() passed\n", at)) != output.npos; ++at) ++calls_;
+  std::fputs(fmt::format("\r\x1b[K{} {:.0f} s, {} calls", running_, seconds, calls_).c_str(),
+             stream_);
+  std::fflush(stream_);
+}
+
+void Display::clear() {
+  if (!moving_) return;
+  std::fputs("\r\x1b[K", stream_);
+  std::fflush(stream_);
+}
+
+void Display::finished(const TestResult& test) {
+  clear();
+  const Run& run = test.shown();
+  if (quiet_ && test.passedRuns() == test.runs.size()) return;
+  if (!heading_.empty()) print(std::exchange(heading_, ""));
+  const std::string detail = outcomeDetail(test);
+  const std::string cost =
+      run.exitStatus < 0 ? ""
+                         : fmt::format("{:>5} calls  {:>7.3f} s", run.calls.size(), test.seconds());
+  print(fmt::format("{}  {:<{}}  {:22}  {}", painted(run.outcome, outcomeWidth), test.name,
+                    testWidth, cost, visible(detail)));
+}
+
+void Display::finish(const Results& results, double seconds) {
+  if (results.modules.size() > 1 && !quiet_) table(results);
+  if (results.changes) {
+    for (const Change& change : *results.changes) {
+      if (change.kind == Change::same) continue;
+      print(fmt::format("{}: {} {}", changeName(change.kind), visible(change.module), change.test));
+      if (change.kind != Change::fixed) print(visible(change.difference, Lines::kept));
+    }
+  }
+  std::map<Outcome, std::size_t> counts;
+  for (const ModuleResult& module : results.modules) {
+    for (const TestResult& test : module.tests) ++counts[test.shown().outcome];
+  }
+  std::string totals;
+  for (const auto& [outcome, count] : counts) {
+    totals += fmt::format("{}{} {}", totals.empty() ? "" : ", ", count, outcomeName(outcome));
+  }
+  print(fmt::format("{}{}, {:.1f} s", results.interrupted ? "interrupted: " : "", totals, seconds));
+}
+
+void Display::table(const Results& results) {
+  std::string heading = fmt::format("\n{:<{}}", "", testWidth);
+  for (const ModuleResult& module : results.modules) {
+    heading += fmt::format("  {:<{}}", visible(module.name), outcomeWidth);
+  }
+  print(heading);
+  for (const std::string& name : results.testNames()) {
+    std::string row = fmt::format("{:<{}}", name, testWidth);
+    for (const ModuleResult& module : results.modules) {
+      const std::size_t width = std::max(outcomeWidth, visible(module.name).size());
+      const TestResult* const test = module.find(name);
+      row += "  " +
+             (test == nullptr ? std::string(width, ' ') : painted(test->shown().outcome, width));
+    }
+    print(row);
+  }
+}
+
+void Display::print(const std::string& line) {
+  const std::size_t end = line.find_last_not_of(' ');
+  std::fputs((line.substr(0, end + 1) + '\n').c_str(), stream_);
+  std::fflush(stream_);
+}
+
+std::string Display::painted(Outcome outcome, std::size_t width) const {
+  const std::string text = fmt::format("{:<{}}", outcomeName(outcome), width);
+  return colors_ ? fmt::format("\x1b[{}m{}\x1b[0m", colorOf(outcome), text) : text;
+}

@@ -1,0 +1,8 @@
+// The results as JUnit XML, which build servers read; kestrel-run(1) says what becomes of what.
+#pragma once
+
+#include <string>
+
+#include "run/results/Results.h"
+
+std::string toJunit(const Results& results);
