@@ -10,6 +10,8 @@
 #include <string_view>
 #include <system_error>
 
+#include "common/Descriptor.h"
+
 namespace {
 
 [[noreturn]] void fail(const std::string& path) {
@@ -27,20 +29,11 @@ void writeAll(int file, std::string_view rest, const std::string& path) {
   }
 }
 
-// An open file, closed in the end.
-class File {
- public:
-  File(int number, const std::string& path) : number_(number) {
-    if (number_ < 0) fail(path);
-  }
-  File(const File&) = delete;
-  ~File() { close(number_); }
-
-  operator int() const { return number_; }
-
- private:
-  int number_;
-};
+// The owner of a file that open() has opened, or has not.
+Descriptor opened(int number, const std::string& path) {
+  if (number < 0) fail(path);
+  return Descriptor(number);
+}
 
 // The permissions that a new file gets.
 mode_t newMode() {
@@ -55,19 +48,19 @@ class Replacement {
   explicit Replacement(const std::filesystem::path& path)
       : path_(path),
         name_(path.parent_path() / ".kestrel-run.XXXXXX"),
-        file_(mkostemp(name_.data(), O_CLOEXEC), path) {}
+        file_(opened(mkostemp(name_.data(), O_CLOEXEC), path)) {}
   Replacement(const Replacement&) = delete;
   ~Replacement() {
     if (!done_) unlink(name_.c_str());
   }
 
   void fill(const std::string& content) {
-    writeAll(file_, content, path_);
-    if (fsync(file_) != 0 && errno != EINVAL) fail(path_);
+    writeAll(file_.get(), content, path_);
+    if (fsync(file_.get()) != 0 && errno != EINVAL) fail(path_);
   }
 
   void permit(mode_t mode) {
-    if (fchmod(file_, mode) != 0) fail(path_);
+    if (fchmod(file_.get(), mode) != 0) fail(path_);
   }
 
   void replace() {
@@ -77,7 +70,7 @@ class Replacement {
 
  private:
   std::string path_, name_;
-  File file_;
+  Descriptor file_;
   bool done_ = false;
 };
 
@@ -99,7 +92,8 @@ void writeFile(const std::string& path, const std::string& content) {
     }
   }
   if (exists && !S_ISREG(old.st_mode)) {
-    return writeAll(File(open(path.c_str(), O_WRONLY | O_CLOEXEC), path), content, path);
+    const Descriptor file = opened(open(path.c_str(), O_WRONLY | O_CLOEXEC), path);
+    return writeAll(file.get(), content, path);
   }
   if (exists && access(path.c_str(), W_OK) != 0) fail(path);
   // The file behind a link is replaced, not the link.

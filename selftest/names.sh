@@ -65,7 +65,7 @@ done
 sed -n '/^\.Sh WAIVERS/,/^\.Pp/s/^\.It Cm //p' "$source/doc/kestrel-shim.7" | sort > manual
 proposals kestrel-run --waive '' | grep -vx all | sort > proposed
 same "waivers in the completion" manual proposed
-sed -n '/waiverNames{/,/}/p' "$source/shim/Settings.cpp" | grep -o '"[a-z-]*"' | tr -d '"' | sort > table
-same "waivers in the manual page" table manual
+sed -n 's/^ *{"\(.*\)", .*/\1/p' "$source/shim/Waivers.h" | sort > table
+same "waivers in kestrel-shim(7)" table manual
 
 if command -v mandoc > /dev/null; then mandoc -Tlint -Wwarning "$source"/doc/*.[17]; fi

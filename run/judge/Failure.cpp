@@ -3,8 +3,8 @@
 #include <fmt/format.h>
 
 #include <array>
-#include <charconv>
 
+#include "common/Numbers.h"
 #include "run/judge/Transcript.h"
 
 namespace {
@@ -80,12 +80,9 @@ bool endedBySlotEvents(const Evidence& evidence, Run& run) {
   if (!evidence.test.is(kestrel::Test::endless)) return false;
   for (const std::string_view call : {"C_WaitForSlotEvent", "C_GetSlotInfo"}) {
     const auto text = lastAfter({lastLine(evidence.report)}, fmt::format("{} == ", call));
-    std::uint64_t value = 0;
-    if (!text || std::from_chars(text->data(), text->data() + text->size(), value).ptr !=
-                     text->data() + text->size()) {
-      continue;
-    }
-    failIn(run, std::string(call), static_cast<std::uint32_t>(value));
+    const auto value = kestrel::readNumber<std::uint64_t>(text.value_or(""));
+    if (!value) continue;
+    failIn(run, std::string(call), static_cast<std::uint32_t>(*value));
     return true;
   }
   return false;

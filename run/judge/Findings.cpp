@@ -3,11 +3,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <optional>
 #include <utility>
 #include <vector>
 
+#include "common/Numbers.h"
 #include "run/judge/Transcript.h"
 
 namespace {
@@ -23,13 +23,9 @@ struct TracedCall {
     function = line.substr(0, open);
     arguments = line.substr(open, close - open);
     const std::size_t time = line.find('<', close);
-    std::uint64_t number = 0;
     if (time == line.npos) return;
-    const char* const end = line.data() + line.size();
-    const auto read = std::from_chars(line.data() + time + 1, end, number);
-    if (read.ec == std::errc() && std::string_view(read.ptr, end).starts_with(" us>")) {
-      microseconds = number;
-    }
+    const std::string_view text = line.substr(time + 1);
+    microseconds = kestrel::readNumber<std::uint64_t>(text.substr(0, text.find(" us>")));
   }
 
   // Without its parameter; empty if the call has none.

@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 
+#include "common/Numbers.h"
 #include "run/judge/Transcript.h"
 
 namespace {
@@ -60,13 +60,11 @@ void judgePinChange(const Evidence& evidence, Run& run) {
       std::ranges::count_if(run.calls, isOpen) <= std::ranges::count_if(evidence.report, isDone)) {
     return;
   }
-  std::uint64_t value = 0;
-  std::from_chars(text->data(), text->data() + text->size(), value);
   const auto passed = std::count_if(run.calls.rbegin(), lastOpen, [](const ReportedCall& call) {
     return call.name != "C_Finalize";
   });
   failIn(run, steps[static_cast<std::size_t>(passed) % steps.size()],
-         static_cast<std::uint32_t>(value));
+         static_cast<std::uint32_t>(kestrel::readNumber<std::uint64_t>(*text).value_or(0)));
   run.calls.push_back({run.call, false, *run.value, run.valueName});
   run.reason = fmt::format("PIN change failed, {} {}", run.call, run.valueName);
 }

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <charconv>
+
+#include "common/Lines.h"
+#include "common/Numbers.h"
 
 namespace {
 
@@ -39,12 +41,6 @@ std::string_view nameAtEnd(std::string_view text) {
              : std::string_view();
 }
 
-template <typename Number>
-bool readNumber(std::string_view text, Number& number, int base = 10) {
-  const char* const end = text.data() + text.size();
-  return !text.empty() && std::from_chars(text.data(), end, number, base).ptr == end;
-}
-
 std::optional<ReportedCall> readPassed(std::string_view line) {
   // changePinTest says behind it what the call did.
   const std::size_t mark = line.find(passedMark);
@@ -65,12 +61,10 @@ std::optional<ReportedCall> readFailed(std::string_view line) {
   if (name.empty() || !line.substr(0, mark - name.size()).ends_with("!!! ")) return std::nullopt;
   const std::string_view tail = line.substr(mark + failedMark.size());
   const std::size_t numberEnd = tail.find("!!! [");
-  ReportedCall call{.name = std::string(name), .passed = false};
-  if (numberEnd == tail.npos || !readNumber(tail.substr(0, numberEnd), call.value, 16)) {
-    return std::nullopt;
-  }
-  call.valueName = tail.substr(numberEnd + 5, tail.size() - numberEnd - 6);
-  return call;
+  const auto value = kestrel::readNumber<std::uint32_t>(tail.substr(0, numberEnd), 16);
+  if (numberEnd == tail.npos || !value) return std::nullopt;
+  const std::string_view valueName = tail.substr(numberEnd + 5, tail.size() - numberEnd - 6);
+  return ReportedCall{std::string(name), false, *value, std::string(valueName)};
 }
 
 std::string_view mechanismIn(std::string_view announcement) {
@@ -82,37 +76,19 @@ std::string_view mechanismIn(std::string_view announcement) {
   return {};
 }
 
-// One line of a dump: "OFFSET: NN NN ...", bytes from column 10, 16 at most.
-std::string bytesOf(std::string_view line) {
-  std::string bytes;
-  for (std::size_t at = 10; at + 2 <= line.size() && at < 10 + 16 * 3; at += 3) {
-    unsigned char byte = 0;
-    if (!readNumber(line.substr(at, 2), byte, 16)) break;
-    bytes += static_cast<char>(byte);
-  }
-  return bytes;
-}
-
 }  // namespace
 
 std::optional<std::uint64_t> promptAtEnd(std::string_view output) {
   if (!output.ends_with(promptEnd)) return std::nullopt;
   output.remove_suffix(promptEnd.size());
   const std::size_t start = output.rfind(promptStart);
-  std::uint64_t position = 0;
-  if (start == output.npos || !readNumber(output.substr(start + promptStart.size()), position)) {
-    return std::nullopt;
-  }
-  return position;
+  if (start == output.npos) return std::nullopt;
+  return kestrel::readNumber<std::uint64_t>(output.substr(start + promptStart.size()));
 }
 
 std::vector<std::string_view> linesOf(std::string_view text) {
   std::vector<std::string_view> lines;
-  while (!text.empty()) {
-    const std::size_t end = std::min(text.find('\n'), text.size());
-    lines.push_back(text.substr(0, end));
-    text.remove_prefix(std::min(end + 1, text.size()));
-  }
+  while (!text.empty()) lines.push_back(kestrel::withoutEnd(kestrel::takeLine(text)));
   return lines;
 }
 
@@ -178,6 +154,22 @@ Signatures countSignatures(const std::vector<std::string_view>& lines) {
   return signatures;
 }
 
+std::optional<DumpLine> readDumpLine(std::string_view line) {
+  constexpr std::size_t digits = 8, group = 3, groups = 16;
+  constexpr std::string_view separator = ": ";
+  if (line.size() < digits || !line.substr(digits).starts_with(separator)) return std::nullopt;
+  const auto offset = kestrel::readNumber<std::size_t>(line.substr(0, digits), 16);
+  if (!offset) return std::nullopt;
+  line.remove_prefix(digits + separator.size());
+  DumpLine dump{*offset, ""};
+  for (std::size_t at = 0; at < group * groups && at + 2 <= line.size(); at += group) {
+    const auto byte = kestrel::readNumber<unsigned char>(line.substr(at, 2), 16);
+    if (!byte) break;
+    dump.bytes += static_cast<char>(*byte);
+  }
+  return dump;
+}
+
 std::vector<std::string> dumpsUnder(std::string_view heading,
                                     const std::vector<std::string_view>& lines) {
   std::vector<std::string> dumps;
@@ -185,7 +177,12 @@ std::vector<std::string> dumpsUnder(std::string_view heading,
     if (lines[i] != heading || !lines[i - 1].empty() || !lines[i - 2].ends_with(passedMark))
       continue;
     std::string& dump = dumps.emplace_back();
-    while (i + 1 < lines.size() && lines[i + 1].find(": ") == 8) dump += bytesOf(lines[++i]);
+    while (i + 1 < lines.size()) {
+      const std::optional<DumpLine> line = readDumpLine(lines[i + 1]);
+      if (!line) break;
+      dump += line->bytes;
+      ++i;
+    }
   }
   return dumps;
 }

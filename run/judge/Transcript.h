@@ -39,6 +39,13 @@ struct Signatures {
 };
 Signatures countSignatures(const std::vector<std::string_view>& lines);
 
+// A line of a dump: "OFFSET: NN NN ...", 16 bytes at most.
+struct DumpLine {
+  std::size_t offset;
+  std::string bytes;
+};
+std::optional<DumpLine> readDumpLine(std::string_view line);  // none for any other line
+
 // The bytes of every dump under the line `heading`, in order.
 std::vector<std::string> dumpsUnder(std::string_view heading,
                                     const std::vector<std::string_view>& lines);

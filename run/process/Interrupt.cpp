@@ -16,16 +16,12 @@ Interrupt::Interrupt() {
     if (action.sa_handler != SIG_IGN) sigaddset(&signals, number);
   }
   sigprocmask(SIG_BLOCK, &signals, nullptr);
-  descriptor_ = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
-  if (descriptor_ < 0) throw std::system_error(errno, std::generic_category(), "signalfd");
-}
-
-Interrupt::~Interrupt() {
-  close(descriptor_);
+  descriptor_ = Descriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+  if (descriptor() < 0) throw std::system_error(errno, std::generic_category(), "signalfd");
 }
 
 int Interrupt::count() {
   signalfd_siginfo info;
-  while (read(descriptor_, &info, sizeof info) == sizeof info) ++count_;
+  while (read(descriptor(), &info, sizeof info) == sizeof info) ++count_;
   return count_;
 }

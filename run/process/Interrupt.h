@@ -1,22 +1,23 @@
 // The signals by which an operator or the machine ends kestrel-run.
 #pragma once
 
+#include "common/Descriptor.h"
+
 // While it lives SIGINT, SIGTERM, SIGHUP and SIGQUIT are events of a descriptor and end nothing by
 // themselves, so that the running test can be ended in order and the files written. One that was
 // ignored, as nohup has it, stays ignored. One object, made before any process is started.
 class Interrupt {
  public:
   Interrupt();
-  ~Interrupt();
   Interrupt(const Interrupt&) = delete;
   Interrupt& operator=(const Interrupt&) = delete;
 
-  int descriptor() const { return descriptor_; }  // readable when one has arrived
+  int descriptor() const { return descriptor_.get(); }  // readable when one has arrived
 
   // How many have arrived until now.
   int count();
 
  private:
-  int descriptor_;
+  Descriptor descriptor_;
   int count_ = 0;
 };

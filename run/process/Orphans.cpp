@@ -5,14 +5,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <charconv>
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <optional>
 #include <string>
+#include <string_view>
 
 #include "common/Descriptor.h"
+#include "common/Numbers.h"
 
 namespace {
 
@@ -20,19 +21,14 @@ namespace fs = std::filesystem;
 
 constexpr int dyingMilliseconds = 1000;  // after SIGKILL: longer is in the hands of a driver
 
-std::optional<pid_t> processOf(const std::string& folder) {
-  pid_t number = 0;
-  const auto [end, error] = std::from_chars(folder.data(), folder.data() + folder.size(), number);
-  if (error != std::errc() || end != folder.data() + folder.size()) return std::nullopt;
-  return number;
-}
-
 // From "PID (NAME) STATE PARENT ...", where the name may hold anything.
 pid_t parentOf(const fs::path& process) {
   std::ifstream stream(process / "stat");
   const std::string text(std::istreambuf_iterator<char>(stream), {});
-  const std::size_t name = text.rfind(')');
-  return name == text.npos ? 0 : std::atoi(text.c_str() + name + 3);
+  std::string_view rest = text;
+  rest.remove_prefix(std::min(text.rfind(')'), text.size()));
+  rest.remove_prefix(std::min<std::size_t>(4, rest.size()));
+  return kestrel::readNumber<pid_t>(rest.substr(0, rest.find(' '))).value_or(0);
 }
 
 bool waitGone(pid_t child) {
@@ -47,7 +43,7 @@ std::set<pid_t> childProcesses() {
   std::set<pid_t> children;
   std::error_code error;
   for (fs::directory_iterator at("/proc", error), end; !error && at != end; at.increment(error)) {
-    const std::optional<pid_t> process = processOf(at->path().filename());
+    const auto process = kestrel::readNumber<pid_t>(at->path().filename().native());
     if (process && parentOf(at->path()) == getpid()) children.insert(*process);
   }
   return children;

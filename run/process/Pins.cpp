@@ -12,6 +12,8 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "common/Lines.h"
+
 namespace {
 
 // The text of a PIN file. Never moved, and wiped when it goes.
@@ -75,13 +77,11 @@ void Pins::readFile(const std::string& path) {
   constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";  // some editors put it there
   if (rest.starts_with(byteOrderMark)) rest.remove_prefix(byteOrderMark.size());
   for (std::uint64_t position = 0; !rest.empty(); ++position) {
-    const std::size_t end = std::min(rest.find('\n'), rest.size());
-    std::string_view line = rest.substr(0, end);
+    std::string_view line = kestrel::withoutEnd(kestrel::takeLine(rest));
     if (line.ends_with('\r')) line.remove_suffix(1);
     if (!line.empty()) {
       pins_.try_emplace(position, line, fmt::format("{}, line {}", path, position + 1));
     }
-    rest.remove_prefix(std::min(end + 1, rest.size()));
   }
   if (pins_.empty()) throw std::runtime_error(path + ": no PIN in it");
 }

@@ -7,28 +7,12 @@
 #include <string_view>
 
 #include "common/FitText.h"
+#include "common/Lines.h"
 #include "harness/Tests.h"
+#include "run/judge/Transcript.h"
 #include "run/results/Difference.h"
 
 namespace {
-
-bool isHexDigit(char character) {
-  return std::isxdigit(static_cast<unsigned char>(character));
-}
-
-// The number of bytes up to the end of a line of a dump; 0 if the line is none.
-std::size_t dumpedBytes(std::string_view line) {
-  constexpr std::size_t digits = 8, group = 3, groups = 16;
-  if (line.size() < digits + 2 || line.substr(digits, 2) != ": " ||
-      !std::all_of(line.begin(), line.begin() + digits, isHexDigit)) {
-    return 0;
-  }
-  std::size_t bytes = std::stoul(std::string(line.substr(0, digits)), nullptr, 16);
-  for (std::size_t i = 0, at = digits + 2; i < groups && at + 1 < line.size(); ++i, at += group) {
-    if (isHexDigit(line[at]) && isHexDigit(line[at + 1])) ++bytes;
-  }
-  return bytes;
-}
 
 // "Handle: 10" as "Handle: N".
 std::string withoutNumbers(std::string_view line) {
@@ -100,11 +84,11 @@ std::string comparable(const std::string& report) {
   std::string result;
   bool signature = false;  // the lines are those of a signature's dump
   std::size_t bytes = 0;   // of it so far
-  for (std::string_view rest = text, line; !rest.empty(); rest.remove_prefix(line.size())) {
-    line = rest.substr(0, std::min(rest.find('\n'), rest.size() - 1) + 1);
-    const std::string_view content = line.substr(0, line.find('\n'));
-    if (const std::size_t end = signature ? dumpedBytes(content) : 0; end != 0) {
-      bytes = end;
+  for (std::string_view rest = text; !rest.empty();) {
+    const std::string_view line = kestrel::takeLine(rest), content = kestrel::withoutEnd(line);
+    const auto dump = signature ? readDumpLine(content) : std::nullopt;
+    if (dump && dump->offset + dump->bytes.size() != 0) {
+      bytes = dump->offset + dump->bytes.size();
       continue;
     }
     if (signature && bytes != 0) result += fmt::format("(signature of {} bytes)\n", bytes);

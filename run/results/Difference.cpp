@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "common/Lines.h"
+
 namespace {
 
 constexpr std::size_t largestTable = 4'000'000;  // pairs
@@ -20,11 +22,8 @@ using TextLines = std::vector<std::string_view>;
 // The lines with their ends; what is behind the last line compared is one more.
 TextLines split(std::string_view text) {
   TextLines lines;
-  while (!text.empty()) {
-    const std::size_t end = lines.size() < mostCompared ? text.find('\n') : text.npos;
-    lines.push_back(text.substr(0, end == text.npos ? end : end + 1));
-    text.remove_prefix(lines.back().size());
-  }
+  while (!text.empty() && lines.size() < mostCompared) lines.push_back(kestrel::takeLine(text));
+  if (!text.empty()) lines.push_back(text);
   return lines;
 }
 

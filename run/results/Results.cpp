@@ -26,27 +26,29 @@ const TestResult* ModuleResult::find(const std::string& test) const {
   return found == tests.end() ? nullptr : &*found;
 }
 
+OutcomeCounts Results::countOutcomes() const {
+  OutcomeCounts counts{};
+  eachTest([&](const ModuleResult&, const TestResult& test) {
+    ++counts[static_cast<std::size_t>(test.shown().outcome)];
+  });
+  return counts;
+}
+
 std::vector<std::string> Results::testNames() const {
   std::vector<std::string> names;
-  for (const ModuleResult& module : modules) {
-    for (const TestResult& test : module.tests) {
-      if (std::find(names.begin(), names.end(), test.name) == names.end()) {
-        names.push_back(test.name);
-      }
-    }
-  }
+  eachTest([&](const ModuleResult&, const TestResult& test) {
+    if (std::ranges::find(names, test.name) == names.end()) names.push_back(test.name);
+  });
   return names;
 }
 
 bool Results::allPassed() const {
-  const auto passed = [](const TestResult& test) {
-    return !test.runs.empty() && test.passedRuns() == test.runs.size();
-  };
-  return !interrupted && !modules.empty() &&
-         std::all_of(modules.begin(), modules.end(), [&](const ModuleResult& module) {
-           return !module.tests.empty() &&
-                  std::all_of(module.tests.begin(), module.tests.end(), passed);
-         });
+  bool passed = !interrupted && !modules.empty();
+  for (const ModuleResult& module : modules) passed = passed && !module.tests.empty();
+  eachTest([&](const ModuleResult&, const TestResult& test) {
+    passed = passed && !test.runs.empty() && test.passedRuns() == test.runs.size();
+  });
+  return passed;
 }
 
 bool Results::acceptable() const {
@@ -54,20 +56,6 @@ bool Results::acceptable() const {
   return !interrupted && std::none_of(changes->begin(), changes->end(), [](const Change& change) {
     return change.kind == Change::broken || change.kind == Change::changed;
   });
-}
-
-const char* changeName(Change::Kind kind) {
-  switch (kind) {
-    case Change::same:
-      return "same";
-    case Change::fixed:
-      return "fixed";
-    case Change::broken:
-      return "broken";
-    case Change::changed:
-      return "changed";
-  }
-  return "unknown";
 }
 
 std::string outcomeDetail(const Run& run) {

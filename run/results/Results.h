@@ -1,8 +1,10 @@
 // What the runs of kestrel came to: filled by the runs, read by every writer, kept in results.json.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -33,6 +35,8 @@ struct Change {
   std::string difference;  // of outcome and report, as a unified diff; empty for `same`
 };
 
+using OutcomeCounts = std::array<std::size_t, outcomeRows.size()>;  // by the outcome's number
+
 struct Results {
   std::string kestrelVersion;
   std::string started;  // ISO 8601, with the offset from UTC
@@ -40,13 +44,28 @@ struct Results {
   std::vector<ModuleResult> modules;
   std::optional<std::vector<Change>> changes;  // of every test, when there is a baseline
 
+  // Calls `take` with each test of each module and with the module.
+  template <typename Take>
+  void eachTest(Take take) const {
+    for (const ModuleResult& module : modules) {
+      for (const TestResult& test : module.tests) take(module, test);
+    }
+  }
+
+  std::span<const Change> everyChange() const {
+    return changes ? std::span<const Change>(*changes) : std::span<const Change>();
+  }
+
+  OutcomeCounts countOutcomes() const;
   std::vector<std::string> testNames() const;  // of all modules, each once, in their order
   bool allPassed() const;
   bool acceptable() const;  // status 0: all passed or, with a baseline, nothing broken or changed
 };
 
-// "same", "fixed", "broken", "changed".
-const char* changeName(Change::Kind kind);
+constexpr const char* changeName(Change::Kind kind) {
+  constexpr const char* names[] = {"same", "fixed", "broken", "changed"};
+  return names[kind];
+}
 
 // What stands behind the outcome in every format: the reason, the waivers used as
 // "waived: length-query (10)", "49 of 50 passed" with --repeat; parts are joined by ", ".

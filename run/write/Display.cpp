@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <map>
 #include <utility>
 
 #include "common/FitText.h"
@@ -13,27 +12,19 @@
 
 namespace {
 
-constexpr std::size_t outcomeWidth = 14;  // of "nothing tested" and "could not load"
-constexpr std::size_t testWidth =
-    std::ranges::max(kestrel::tests, {}, [](const kestrel::Test& test) {
-      return test.name.size();
-    }).name.size();
+template <typename Rows, typename Name>
+constexpr std::size_t widest(const Rows& rows, Name name) {
+  std::size_t width = 0;
+  for (const auto& row : rows) width = std::max(width, std::string_view(row.*name).size());
+  return width;
+}
+
+constexpr std::size_t outcomeWidth = widest(outcomeRows, &OutcomeRow::name);
+constexpr std::size_t testWidth = widest(kestrel::tests, &kestrel::Test::name);
 
 const char* environment(const char* name) {
   const char* const value = std::getenv(name);
   return value == nullptr ? "" : value;
-}
-
-const char* colorOf(Outcome outcome) {
-  switch (outcome) {
-    case Outcome::passed:
-      return "32";
-    case Outcome::notRun:
-    case Outcome::nothingTested:
-      return "33";
-    default:
-      return "31";
-  }
 }
 
 }  // namespace
@@ -92,13 +83,12 @@ void Display::finish(const Results& results, double seconds) {
       if (change.kind != Change::fixed) print(visible(change.difference, Lines::kept));
     }
   }
-  std::map<Outcome, std::size_t> counts;
-  for (const ModuleResult& module : results.modules) {
-    for (const TestResult& test : module.tests) ++counts[test.shown().outcome];
-  }
+  const OutcomeCounts counts = results.countOutcomes();
   std::string totals;
-  for (const auto& [outcome, count] : counts) {
-    totals += fmt::format("{}{} {}", totals.empty() ? "" : ", ", count, outcomeName(outcome));
+  for (const OutcomeRow& row : outcomeRows) {
+    const std::size_t count = counts[static_cast<std::size_t>(row.outcome)];
+    if (count == 0) continue;
+    totals += fmt::format("{}{} {}", totals.empty() ? "" : ", ", count, row.name);
   }
   print(fmt::format("{}{}, {:.1f} s", results.interrupted ? "interrupted: " : "", totals, seconds));
 }
@@ -129,5 +119,5 @@ void Display::print(const std::string& line) {
 
 std::string Display::painted(Outcome outcome, std::size_t width) const {
   const std::string text = fmt::format("{:<{}}", outcomeName(outcome), width);
-  return colors_ ? fmt::format("\x1b[{}m{}\x1b[0m", colorOf(outcome), text) : text;
+  return colors_ ? fmt::format("\x1b[{}m{}\x1b[0m", rowOf(outcome).color, text) : text;
 }

@@ -3,11 +3,13 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <numeric>
 #include <pugixml.hpp>
 #include <sstream>
 #include <string_view>
 
 #include "common/FitText.h"
+#include "common/Lines.h"
 
 namespace {
 
@@ -18,29 +20,6 @@ constexpr const char* htmlStyle =
 using Node = pugi::xml_node;
 
 constexpr std::size_t longestPart = 100'000;  // bytes of either end of a report
-
-// The colours go with words and a mark: nothing is said by colour alone.
-struct Look {
-  const char *style, *mark;
-};
-
-Look lookOf(Outcome outcome) {
-  switch (outcome) {
-    case Outcome::passed:
-      return {"passed", "✓"};
-    case Outcome::notRun:
-      return {"notrun", "–"};
-    case Outcome::nothingTested:
-      return {"nothing", "○"};
-    case Outcome::failed:
-      return {"failed", "✗"};
-    case Outcome::couldNotLoad:
-    case Outcome::crashed:
-    case Outcome::hung:
-      return {"crashed", "✗"};
-  }
-  return {"crashed", "?"};
-}
 
 void addText(Node node, std::string_view text, Lines lines = Lines::escaped) {
   node.append_child(pugi::node_pcdata).set_value(visible(text, lines).c_str());
@@ -93,18 +72,18 @@ std::string seconds(double time) {
 }
 
 void addMarked(Node parent, Outcome outcome) {
-  Node mark = add(parent, "span", "mark", lookOf(outcome).mark);
+  Node mark = add(parent, "span", "mark", rowOf(outcome).mark);
   mark.append_attribute("aria-hidden") = "true";
   add(parent, "strong", "", outcomeName(outcome));
 }
 
 const Change* findChange(const Results& results, const std::string& module,
                          const std::string& test) {
-  if (!results.changes) return nullptr;
-  const auto found = std::find_if(
-      results.changes->begin(), results.changes->end(),
-      [&](const Change& change) { return change.module == module && change.test == test; });
-  return found == results.changes->end() ? nullptr : &*found;
+  const auto changes = results.everyChange();
+  const auto found = std::ranges::find_if(changes, [&](const Change& change) {
+    return change.module == module && change.test == test;
+  });
+  return found == changes.end() ? nullptr : &*found;
 }
 
 std::string badge(const char* style) {
@@ -125,32 +104,21 @@ std::string anchor(std::size_t module, const std::string& test) {
 // --- the head of the page ---
 
 std::string verdict(const Results& results) {
-  std::size_t tests = 0, passed = 0;
-  for (const ModuleResult& module : results.modules) {
-    for (const TestResult& test : module.tests) {
-      ++tests;
-      passed += test.shown().outcome == Outcome::passed;
-    }
-  }
+  const OutcomeCounts counts = results.countOutcomes();
+  const std::size_t tests = std::accumulate(counts.begin(), counts.end(), std::size_t{0});
+  const std::size_t passed = counts[static_cast<std::size_t>(Outcome::passed)];
   if (tests == 0) return "Nothing was run";
   if (passed == tests) return fmt::format("All {} tests passed", tests);
   return fmt::format("{} of {} passed", passed, plural(tests, "test"));
 }
 
 void addCounts(Node body, const Results& results) {
-  std::size_t outcomes[static_cast<std::size_t>(Outcome::hung) + 1] = {};
-  for (const ModuleResult& module : results.modules) {
-    for (const TestResult& test : module.tests) {
-      ++outcomes[static_cast<std::size_t>(test.shown().outcome)];
-    }
-  }
+  const OutcomeCounts counts = results.countOutcomes();
   Node list = add(body, "ul", "counts");
-  for (std::size_t i = 0; i < std::size(outcomes); ++i) {
-    const auto outcome = static_cast<Outcome>(i);
-    if (outcomes[i] == 0) continue;
-    const Look look = lookOf(outcome);
-    add(list, "li", look.style,
-        fmt::format("{} {} {}", look.mark, outcomes[i], outcomeName(outcome)));
+  for (const OutcomeRow& row : outcomeRows) {
+    const std::size_t count = counts[static_cast<std::size_t>(row.outcome)];
+    if (count == 0) continue;
+    add(list, "li", row.style, fmt::format("{} {} {}", row.mark, count, row.name));
   }
   if (!results.changes) return;
   Node changes = add(body, "ul", "counts");
@@ -165,9 +133,7 @@ void addCounts(Node body, const Results& results) {
 
 void addHead(Node body, const Results& results) {
   double time = 0;
-  for (const ModuleResult& module : results.modules) {
-    for (const TestResult& test : module.tests) time += test.seconds();
-  }
+  results.eachTest([&](const ModuleResult&, const TestResult& test) { time += test.seconds(); });
   Node header = add(body, "header");
   add(header, "h1", "", verdict(results));
   add(header, "p", "soft",
@@ -188,7 +154,7 @@ void addCell(Node row, const Results& results, std::size_t index, const std::str
     return;
   }
   const Outcome outcome = test->shown().outcome;
-  Node cell = add(row, "td", lookOf(outcome).style);
+  Node cell = add(row, "td", rowOf(outcome).style);
   Node link = add(cell, "a");
   link.append_attribute("href") = fmt::format("#{}", anchor(index, name)).c_str();
   addMarked(link, outcome);
@@ -240,10 +206,9 @@ void addDifference(Node body, const Change& change) {
   add(body, "h3", "", fmt::format("{} since the baseline", changeName(change.kind)));
   Node pre = addScrolling(body, "pre", "Difference");
   for (std::string_view rest = change.difference; !rest.empty();) {
-    const std::string_view line = rest.substr(0, std::min(rest.find('\n'), rest.size() - 1) + 1);
+    const std::string_view line = kestrel::takeLine(rest);
     const bool removed = line.starts_with('-'), added = line.starts_with('+');
     addText(removed ? add(pre, "del") : added ? add(pre, "ins") : pre, line, Lines::kept);
-    rest.remove_prefix(line.size());
   }
 }
 
@@ -301,7 +266,7 @@ void addTest(Node section, const Results& results, std::size_t index, const Test
   Node details = add(section, "details");
   Node summary = add(details, "summary");
   add(summary, "span", "name", test.name);
-  addMarked(add(summary, "span", badge(lookOf(run.outcome).style).c_str()), run.outcome);
+  addMarked(add(summary, "span", badge(rowOf(run.outcome).style).c_str()), run.outcome);
   addChangeBadge(summary, change);
   const std::string detail = outcomeDetail(test);
   if (!detail.empty()) addBreakable(add(summary, "span", "detail"), detail);
@@ -328,7 +293,7 @@ void addModule(Node body, const Results& results, std::size_t index) {
 // The tests that are gone since the baseline have no place in the table.
 void addMissing(Node body, const Results& results) {
   Node list;
-  for (const Change& change : results.changes.value_or(std::vector<Change>())) {
+  for (const Change& change : results.everyChange()) {
     const auto module =
         std::find_if(results.modules.begin(), results.modules.end(),
                      [&](const ModuleResult& each) { return each.name == change.module; });

@@ -16,10 +16,6 @@ using Json = nlohmann::ordered_json;
 constexpr const char* format = "kestrel-run results";
 constexpr unsigned version = 1;
 
-constexpr Outcome outcomes[] = {Outcome::passed, Outcome::notRun,       Outcome::nothingTested,
-                                Outcome::failed, Outcome::couldNotLoad, Outcome::crashed,
-                                Outcome::hung};
-
 Json fromCalls(const std::vector<ReportedCall>& calls) {
   Json list = Json::array();
   for (const ReportedCall& call : calls) {
@@ -158,10 +154,9 @@ class Node {
 
 Outcome toOutcome(const Node& node) {
   const std::string name = node.text();
-  const auto* found = std::find_if(std::begin(outcomes), std::end(outcomes),
-                                   [&](Outcome outcome) { return name == outcomeName(outcome); });
-  if (found == std::end(outcomes)) node.fail("is no outcome");
-  return *found;
+  const auto* row = std::ranges::find(outcomeRows, name, &OutcomeRow::name);
+  if (row == outcomeRows.end()) node.fail("is no outcome");
+  return row->outcome;
 }
 
 Run toRun(const Node& node) {

@@ -13,25 +13,8 @@ namespace {
 
 constexpr std::size_t reportEnd = 8000;  // bytes of a report that explain a failure
 
-// What build servers count: a test that ran and did not pass is a failure, one that could not run
-// to an end is an error.
-enum class Kind { passed, skipped, failure, error };
-
-Kind kindOf(const TestResult& test) {
-  switch (test.shown().outcome) {
-    case Outcome::passed:
-      return Kind::passed;
-    case Outcome::notRun:
-      return Kind::skipped;
-    case Outcome::nothingTested:
-    case Outcome::failed:
-      return Kind::failure;
-    case Outcome::couldNotLoad:
-    case Outcome::crashed:
-    case Outcome::hung:
-      return Kind::error;
-  }
-  return Kind::error;
+JunitKind kindOf(const TestResult& test) {
+  return rowOf(test.shown().outcome).junit;
 }
 
 struct Totals {
@@ -39,11 +22,11 @@ struct Totals {
   double seconds = 0;
 
   void add(const TestResult& test) {
-    const Kind kind = kindOf(test);
+    const JunitKind kind = kindOf(test);
     ++tests;
-    skipped += kind == Kind::skipped;
-    failures += kind == Kind::failure;
-    errors += kind == Kind::error;
+    skipped += kind == JunitKind::skipped;
+    failures += kind == JunitKind::failure;
+    errors += kind == JunitKind::error;
     seconds += test.seconds();
   }
 
@@ -73,12 +56,12 @@ void writeTest(pugi::xml_node suite, const std::string& module, const TestResult
   node.append_attribute("name") = visible(test.name).c_str();
   node.append_attribute("time") = fmt::format("{:.3f}", test.seconds()).c_str();
   constexpr const char* elements[] = {nullptr, "skipped", "failure", "error"};
-  const Kind kind = kindOf(test);
-  if (kind == Kind::passed) return;
+  const JunitKind kind = kindOf(test);
+  if (kind == JunitKind::passed) return;
   auto result = node.append_child(elements[static_cast<std::size_t>(kind)]);
   const Run& run = test.shown();
   result.append_attribute("message") = visible(outcomeDetail(test)).c_str();
-  if (kind == Kind::skipped) return;
+  if (kind == JunitKind::skipped) return;
   result.append_attribute("type") = outcomeName(run.outcome);
   setText(result, std::string(endOf(run.report)) + std::string(endOf(run.errors)));
 }
@@ -100,7 +83,7 @@ void writeProperties(pugi::xml_node suite, const Results& results, const ModuleR
       addProperty(properties, test.name + ".waived." + name, std::to_string(uses));
     }
   }
-  for (const Change& change : results.changes.value_or(std::vector<Change>())) {
+  for (const Change& change : results.everyChange()) {
     if (change.module != module.name) continue;
     addProperty(properties, change.test + ".baseline", changeName(change.kind));
   }
@@ -109,7 +92,7 @@ void writeProperties(pugi::xml_node suite, const Results& results, const ModuleR
 // The differences from the baseline.
 void writeDifferences(pugi::xml_node suite, const Results& results, const ModuleResult& module) {
   std::string text;
-  for (const Change& change : results.changes.value_or(std::vector<Change>())) {
+  for (const Change& change : results.everyChange()) {
     if (change.module != module.name || change.kind == Change::same) continue;
     text += fmt::format("{}: {}\n{}\n", change.test, changeName(change.kind), change.difference);
   }
@@ -126,12 +109,10 @@ std::string toJunit(const Results& results) {
   auto root = document.append_child("testsuites");
   root.append_attribute("name") = "kestrel-run";
   Totals all;
+  results.eachTest([&](const ModuleResult&, const TestResult& test) { all.add(test); });
   for (const ModuleResult& module : results.modules) {
     Totals totals;
-    for (const TestResult& test : module.tests) {
-      totals.add(test);
-      all.add(test);
-    }
+    for (const TestResult& test : module.tests) totals.add(test);
     auto suite = root.append_child("testsuite");
     suite.append_attribute("name") = visible(module.name).c_str();
     totals.write(suite);

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "common/FitText.h"
+#include "common/Lines.h"
 
 namespace {
 
@@ -51,10 +52,8 @@ std::string changeItem(const Change& change) {
   std::string item = fmt::format("\n- {}: {}, {}\n\n", escaped(change.module), escaped(change.test),
                                  changeName(change.kind));
   // Code by its indent: a fence could be closed by what stands in it.
-  std::string_view rest = change.difference;
-  for (std::size_t end = 0; !rest.empty(); rest.remove_prefix(std::min(end + 1, rest.size()))) {
-    end = std::min(rest.find('\n'), rest.size());
-    item += fmt::format("      {}\n", visible(rest.substr(0, end)));
+  for (std::string_view rest = change.difference; !rest.empty();) {
+    item += fmt::format("      {}\n", visible(kestrel::withoutEnd(kestrel::takeLine(rest))));
   }
   return item;
 }
@@ -76,7 +75,7 @@ std::string toMarkdown(const Results& results) {
     text += "\n";
   }
   if (results.interrupted) text += "\nInterrupted: what is missing was not run.\n";
-  for (const Change& change : results.changes.value_or(std::vector<Change>())) {
+  for (const Change& change : results.everyChange()) {
     if (change.kind != Change::same) text += changeItem(change);
   }
   return text;
