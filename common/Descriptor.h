@@ -1,9 +1,11 @@
-// Owner of a file descriptor.
+// File descriptors: the owner of one, and the three that every program has.
 #pragma once
 
 #include <unistd.h>
 
 #include <utility>
+
+namespace kestrel {
 
 class Descriptor {
  public:
@@ -24,3 +26,9 @@ class Descriptor {
  private:
   int number_ = -1;
 };
+
+// To be called first of all. Opens a closed standard stream to nothing: it must not become the
+// number of a pipe.
+void openStandardStreams();
+
+}  // namespace kestrel

@@ -12,6 +12,8 @@
 
 #include "common/Descriptor.h"
 
+namespace kestrel {
+
 namespace {
 
 [[noreturn]] void fail(const std::string& path) {
@@ -102,3 +104,5 @@ void writeFile(const std::string& path, const std::string& content) {
   replacement.permit(exists ? old.st_mode & ACCESSPERMS : newMode());
   replacement.replace();
 }
+
+}  // namespace kestrel

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <iterator>
 
+namespace kestrel {
+
 namespace {
 
 struct Character {
@@ -97,3 +99,5 @@ std::string validUtf8(std::string_view bytes) {
            code == '\r';
   });
 }
+
+}  // namespace kestrel

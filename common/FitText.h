@@ -9,6 +9,8 @@
 #include <string>
 #include <string_view>
 
+namespace kestrel {
+
 enum class Lines { escaped, kept };  // line feeds and tabs
 
 // For people: without control characters, invalid UTF-8 and what turns, hides or breaks the text
@@ -17,3 +19,5 @@ std::string visible(std::string_view bytes, Lines lines = Lines::escaped);
 
 // For programs: valid UTF-8 with the characters that XML 1.0 has, and no other change.
 std::string validUtf8(std::string_view bytes);
+
+}  // namespace kestrel

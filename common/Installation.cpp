@@ -7,6 +7,8 @@
 #include <stdexcept>
 #include <string>
 
+namespace kestrel {
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -56,3 +58,5 @@ fs::path findKestrel() {
   }
   throw std::runtime_error("no kestrel beside this program, nor in PATH: see --kestrel");
 }
+
+}  // namespace kestrel

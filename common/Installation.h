@@ -5,6 +5,8 @@
 
 #include "common/ModuleNames.h"
 
+namespace kestrel {
+
 // The software token that came with this program. Throws std::runtime_error if there is none.
 NamedModule softwareToken();
 
@@ -14,3 +16,5 @@ std::filesystem::path shimModule();
 // The kestrel beside this program, else the one in PATH. Throws std::runtime_error if there is
 // none.
 std::filesystem::path findKestrel();
+
+}  // namespace kestrel

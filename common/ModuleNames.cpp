@@ -7,6 +7,8 @@
 #include <set>
 #include <stdexcept>
 
+namespace kestrel {
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -91,3 +93,5 @@ std::vector<NamedModule> nameModules(const std::vector<std::string>& arguments) 
   }
   return modules;
 }
+
+}  // namespace kestrel

@@ -10,27 +10,28 @@
 
 #include "common/Installation.h"
 
+namespace kestrel::run {
+
 namespace {
 
 namespace fs = std::filesystem;
 
-std::vector<const kestrel::Test*> selectTests(const std::vector<std::string>& names) {
-  std::vector<const kestrel::Test*> selected;
-  const auto add = [&selected](const kestrel::Test* test) {
+std::vector<const Test*> selectTests(const std::vector<std::string>& names) {
+  std::vector<const Test*> selected;
+  const auto add = [&selected](const Test* test) {
     if (std::ranges::find(selected, test) == selected.end()) selected.push_back(test);
   };
   for (const std::string& name : names) {
-    if (name != "all") add(kestrel::findTest(name));
-    for (const kestrel::Test& test : kestrel::tests) {
-      if (name == "all" && test.is(kestrel::Test::inAll)) add(&test);
+    if (name != "all") add(findTest(name));
+    for (const Test& test : tests) {
+      if (name == "all" && test.is(Test::inAll)) add(&test);
     }
   }
   return selected;
 }
 
 std::string knownTest(const std::string& name) {
-  return name == "all" || kestrel::findTest(name) != nullptr ? ""
-                                                             : "no test matches '" + name + "'";
+  return name == "all" || findTest(name) != nullptr ? "" : "no test matches '" + name + "'";
 }
 
 // Where kestrel runs the folder is another one.
@@ -115,3 +116,5 @@ CommandLine readCommandLine(int argc, char** argv) {
   options.modules = modules.empty() ? std::vector{softwareToken()} : nameModules(modules);
   return line;
 }
+
+}  // namespace kestrel::run

@@ -9,6 +9,8 @@
 #include "harness/Tests.h"
 #include "run/write/Writers.h"
 
+namespace kestrel::run {
+
 // What the module in between is told; it is there only when one of these is given.
 struct ShimOptions {
   std::optional<std::string> token, mechanisms;
@@ -19,7 +21,7 @@ struct ShimOptions {
 };
 
 struct Options {
-  std::vector<const kestrel::Test*> tests;
+  std::vector<const Test*> tests;
   std::vector<NamedModule> modules;
   bool ownToken = false;  // no module was named: it is the software token
   bool everyKey = false;
@@ -42,3 +44,5 @@ struct CommandLine {
 };
 
 CommandLine readCommandLine(int argc, char** argv);
+
+}  // namespace kestrel::run

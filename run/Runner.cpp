@@ -17,6 +17,8 @@
 #include "run/process/Folder.h"
 #include "run/process/Supervise.h"
 
+namespace kestrel::run {
+
 namespace {
 
 Run notRun(std::string reason) {
@@ -39,7 +41,7 @@ std::string now() {
 
 class Runner {
  public:
-  Runner(const Options& options, Pins& pins, Interrupt& interrupt, Terminal* terminal,
+  Runner(const Options& options, Pins& pins, Interrupt& interrupt, OperatorTerminal* terminal,
          Display& display)
       : options_(options),
         pins_(pins),
@@ -51,22 +53,22 @@ class Runner {
 
  private:
   void runModule(const NamedModule& module);
-  TestResult runTest(const kestrel::Test& test);
-  Run runOnce(const kestrel::Test& test, unsigned number);
-  std::string whyNot(const kestrel::Test& test) const;
-  Ended startKestrel(const kestrel::Test& test, ShimFiles& files);
-  void learn(const kestrel::Test& test, const Run& run, const std::vector<std::uint64_t>& answered);
+  TestResult runTest(const Test& test);
+  Run runOnce(const Test& test, unsigned number);
+  std::string whyNot(const Test& test) const;
+  Ended startKestrel(const Test& test, ShimFiles& files);
+  void learn(const Test& test, const Run& run, const std::vector<std::uint64_t>& answered);
   PinAnswer answerPrompt(std::uint64_t position);
   void runBetween();
 
   const Options& options_;
   Pins& pins_;
   Interrupt& interrupt_;
-  Terminal* terminal_;
+  OperatorTerminal* terminal_;
   Display& display_;
   Results results_;
   // Where a PIN that opens the token was refused all the same, as security officer's for instance.
-  std::map<const kestrel::Test*, std::string> refusedTests_;
+  std::map<const Test*, std::string> refusedTests_;
   // Of the module that is run:
   const NamedModule* module_ = nullptr;
   std::string bar_;                   // why nothing logs in any more
@@ -88,14 +90,14 @@ void Runner::runModule(const NamedModule& module) {
   accepted_.clear();
   results_.modules.push_back({module.name, module.path, {}});
   display_.beginModule(results_.modules.back(), options_.modules.size() > 1);
-  for (const kestrel::Test* test : options_.tests) {
+  for (const Test* test : options_.tests) {
     if (interrupt_.count() > 0) return;
     results_.modules.back().tests.push_back(runTest(*test));
     display_.finished(results_.modules.back().tests.back());
   }
 }
 
-TestResult Runner::runTest(const kestrel::Test& test) {
+TestResult Runner::runTest(const Test& test) {
   TestResult result{std::string(test.name), {}};
   for (unsigned number = 1; number <= options_.repeat; ++number) {
     result.runs.push_back(runOnce(test, number));
@@ -104,14 +106,14 @@ TestResult Runner::runTest(const kestrel::Test& test) {
   return result;
 }
 
-Run Runner::runOnce(const kestrel::Test& test, unsigned number) {
+Run Runner::runOnce(const Test& test, unsigned number) {
   if (std::string reason = whyNot(test); !reason.empty()) return notRun(std::move(reason));
-  if (!test.is(kestrel::Test::byOperator)) display_.beginTest(test.name, number, options_.repeat);
+  if (!test.is(Test::byOperator)) display_.beginTest(test.name, number, options_.repeat);
   ShimFiles files;
   Ended ended = startKestrel(test, files);
   const std::vector<std::uint64_t> answered = ended.answered;
   Run run = judge(test, std::move(ended), options_.timeout);
-  if (test.is(kestrel::Test::logsIn)) learn(test, run, answered);
+  if (test.is(Test::logsIn)) learn(test, run, answered);
   addFindings(std::move(files), run);
   for (std::string* text : {&run.report, &run.errors, &run.reason, &run.trace}) {
     pins_.removeFrom(*text);
@@ -124,26 +126,25 @@ Run Runner::runOnce(const kestrel::Test& test, unsigned number) {
   return run;
 }
 
-std::string Runner::whyNot(const kestrel::Test& test) const {
-  if (test.is(kestrel::Test::logsIn) && !bar_.empty()) return bar_;
+std::string Runner::whyNot(const Test& test) const {
+  if (test.is(Test::logsIn) && !bar_.empty()) return bar_;
   if (const auto refused = refusedTests_.find(&test); refused != refusedTests_.end()) {
     return refused->second;
   }
-  if (test.is(kestrel::Test::byOperator) && terminal_ == nullptr)
-    return "wants an operator at a terminal";
+  if (test.is(Test::byOperator) && terminal_ == nullptr) return "wants an operator at a terminal";
   return "";
 }
 
-Ended Runner::startKestrel(const kestrel::Test& test, ShimFiles& files) {
+Ended Runner::startKestrel(const Test& test, ShimFiles& files) {
   const TemporaryFolder folder;
   const bool between = options_.shim.isAsked();
   std::filesystem::create_symlink(between ? shimModule() : module_->path,
                                   folder.path() / "libnorvalepk11.so");
   Supervision supervision{.interrupt = interrupt_, .timeout = options_.timeout};
-  supervision.patient = test.is(kestrel::Test::patient);
-  supervision.endless = test.is(kestrel::Test::endless);
+  supervision.patient = test.is(Test::patient);
+  supervision.endless = test.is(Test::endless);
   Command command{options_.kestrel, {}, folder.path()};
-  if (test.is(kestrel::Test::byOperator)) {
+  if (test.is(Test::byOperator)) {
     supervision.lent = terminal_;
   } else {
     command.arguments.push_back("-d");  // the prompt for a PIN wants no terminal
@@ -165,8 +166,7 @@ Ended Runner::startKestrel(const kestrel::Test& test, ShimFiles& files) {
   return ended;
 }
 
-void Runner::learn(const kestrel::Test& test, const Run& run,
-                   const std::vector<std::uint64_t>& answered) {
+void Runner::learn(const Test& test, const Run& run, const std::vector<std::uint64_t>& answered) {
   const bool acceptedNow = passedLogins(run) >= answered.size();
   if (acceptedNow) accepted_.insert(answered.begin(), answered.end());
   const bool accepted =
@@ -176,7 +176,7 @@ void Runner::learn(const kestrel::Test& test, const Run& run,
   bar_ = barToLogin(test, run, accepted);
   if (bar_.empty() || answered.empty()) return;
   const std::string where = fmt::format("{} on {}", bar_, module_->name);
-  if (acceptedNow && !test.is(kestrel::Test::changesPin)) {
+  if (acceptedNow && !test.is(Test::changesPin)) {
     refusedTests_.emplace(&test, where);
   } else {
     pins_.refuse(answered.back(), where);
@@ -210,7 +210,9 @@ void Runner::runBetween() {
 
 }  // namespace
 
-Results runTests(const Options& options, Pins& pins, Interrupt& interrupt, Terminal* terminal,
-                 Display& display) {
+Results runTests(const Options& options, Pins& pins, Interrupt& interrupt,
+                 OperatorTerminal* terminal, Display& display) {
   return Runner(options, pins, interrupt, terminal, display).run();
 }
+
+}  // namespace kestrel::run

@@ -8,7 +8,11 @@
 #include "run/results/Results.h"
 #include "run/write/Display.h"
 
+namespace kestrel::run {
+
 // Each run of a test is a process of its own. A test that fails, crashes or hangs leaves the others
 // to run; a PIN that was refused does not, where they log in. An interrupt ends it early.
-Results runTests(const Options& options, Pins& pins, Interrupt& interrupt, Terminal* terminal,
-                 Display& display);
+Results runTests(const Options& options, Pins& pins, Interrupt& interrupt,
+                 OperatorTerminal* terminal, Display& display);
+
+}  // namespace kestrel::run

@@ -13,6 +13,8 @@
 #include "run/process/Folder.h"
 #include "run/process/Supervise.h"
 
+namespace kestrel::run {
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -29,16 +31,16 @@ std::string contentOf(const fs::path& path) {
   return text;
 }
 
-std::string mechanismsFor(const kestrel::Test& test, std::string list) {
+std::string mechanismsFor(const Test& test, std::string list) {
   constexpr std::string_view all = "signable", inParts = "multipart";
-  if (!test.is(kestrel::Test::signsInParts)) return list;
+  if (!test.is(Test::signsInParts)) return list;
   for (std::size_t at; (at = list.find(all)) != list.npos;) list.replace(at, all.size(), inParts);
   return list;
 }
 
 }  // namespace
 
-std::vector<std::string> shimEnvironment(const ShimOptions& options, const kestrel::Test& test,
+std::vector<std::string> shimEnvironment(const ShimOptions& options, const Test& test,
                                          const fs::path& module, const fs::path& folder) {
   std::vector<std::string> variables{
       fmt::format("KESTREL_SHIM_MODULE={}", module.native()),
@@ -59,7 +61,7 @@ void checkShim(const Options& options, Interrupt& interrupt) {
   }
   const TemporaryFolder folder;
   fs::create_symlink(shimModule(), folder.path() / "libnorvalepk11.so");
-  const kestrel::Test& any = kestrel::tests.front();  // the set-up fails before it
+  const Test& any = tests.front();  // the set-up fails before it
   Command command{options.kestrel, {std::string(any.name)}, folder.path()};
   command.environment = shimEnvironment(options.shim, any, "", folder.path());
   std::erase(command.environment, "KESTREL_SHIM_MODULE=");
@@ -72,3 +74,5 @@ void checkShim(const Options& options, Interrupt& interrupt) {
 ShimFiles readShimFiles(const fs::path& folder) {
   return {contentOf(folder / usedFile), contentOf(folder / traceFile)};
 }
+
+}  // namespace kestrel::run

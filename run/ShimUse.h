@@ -9,9 +9,11 @@
 #include "run/judge/Findings.h"
 #include "run/process/Interrupt.h"
 
+namespace kestrel::run {
+
 // The variables that tell it, of the form NAME=VALUE, for a run of `test` on `module` in `folder`.
 // A signing in parts gets the mechanisms that sign in parts, where those that sign are asked for.
-std::vector<std::string> shimEnvironment(const ShimOptions& options, const kestrel::Test& test,
+std::vector<std::string> shimEnvironment(const ShimOptions& options, const Test& test,
                                          const std::filesystem::path& module,
                                          const std::filesystem::path& folder);
 
@@ -21,3 +23,5 @@ void checkShim(const Options& options, Interrupt& interrupt);
 
 // The files that it left in the folder of a run.
 ShimFiles readShimFiles(const std::filesystem::path& folder);
+
+}  // namespace kestrel::run

@@ -1,6 +1,4 @@
 // Wires the program: the command line, the runs, and what is written of them.
-#include <fcntl.h>
-
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -14,16 +12,11 @@
 #include "run/results/Baseline.h"
 #include "run/write/Writers.h"
 
+namespace kestrel::run {
+
 namespace {
 
 constexpr int interruptedStatus = 130;
-
-// A closed standard stream must not become the number of a pipe.
-void openStandardStreams() {
-  for (int descriptor = 0; descriptor <= 2; ++descriptor) {
-    if (fcntl(descriptor, F_GETFD) < 0) open("/dev/null", O_RDWR);
-  }
-}
 
 void readPins(const Options& options, Pins& pins) {
   if (!options.pinFile.empty()) pins.readFile(options.pinFile);
@@ -39,7 +32,7 @@ int runAll(const Options& options) {
   adoptOrphans();
   Interrupt interrupt;
   if (options.shim.isAsked()) checkShim(options, interrupt);
-  const std::unique_ptr<Terminal> terminal = Terminal::open();
+  const std::unique_ptr<OperatorTerminal> terminal = OperatorTerminal::open();
   Display display(usesStandardOutput(options.destinations) ? stderr : stdout, options.quiet);
   if (options.ownToken && pins.empty()) {
     pins.setDefault("12345678");
@@ -57,9 +50,7 @@ int runAll(const Options& options) {
   return results.acceptable() ? 0 : 1;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int runProgram(int argc, char** argv) {
   openStandardStreams();
   std::signal(SIGPIPE, SIG_IGN);
   try {
@@ -69,4 +60,12 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "kestrel-run: %s\n", exception.what());
     return 2;
   }
+}
+
+}  // namespace
+
+}  // namespace kestrel::run
+
+int main(int argc, char** argv) {
+  return kestrel::run::runProgram(argc, argv);
 }

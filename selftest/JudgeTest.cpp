@@ -12,6 +12,7 @@
 #include "run/judge/Login.h"
 #include "run/judge/Transcript.h"
 
+namespace kestrel::run {
 namespace {
 
 const std::string separator = std::string(39, '-') + "\n";
@@ -58,7 +59,7 @@ Run runOf(const Row& row) {
   ended.report = row.report;
   ended.errors = row.errors;
   ended.reason = "no PIN";
-  return judge(*kestrel::findTest(row.test), ended, 2.5);
+  return judge(*findTest(row.test), ended, 2.5);
 }
 
 // "OUTCOME: REASON; CALL VALUE NAME", as far as there is one.
@@ -313,12 +314,12 @@ TEST(Judge, BarsLoginsBehindAPinInDoubt) {
       {{"login", changed + end, "", 0, ""}, true, ""},
   };
   for (const auto& row : rows) {
-    const kestrel::Test& test = *kestrel::findTest(row.row.test);
+    const kestrel::Test& test = *findTest(row.row.test);
     EXPECT_EQ(barToLogin(test, runOf(row.row), row.accepted), row.bar) << row.row.report;
   }
   auto cut = runOf({"changePinTest", end, "", 0, ""});
   cut.cut = true;
-  EXPECT_NE(barToLogin(*kestrel::findTest("changePinTest"), cut, true), "");
+  EXPECT_NE(barToLogin(*findTest("changePinTest"), cut, true), "");
   EXPECT_EQ(passedLogins(runOf({"login", login + refused + login, "", exited(1), ""})), 2u);
 }
 
@@ -347,3 +348,4 @@ TEST(Judge, AddsWhatTheShimFound) {
 }
 
 }  // namespace
+}  // namespace kestrel::run

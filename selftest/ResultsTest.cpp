@@ -23,6 +23,7 @@
 #include "run/write/Junit.h"
 #include "run/write/Markdown.h"
 
+namespace kestrel::run {
 namespace {
 
 namespace fs = std::filesystem;
@@ -339,7 +340,7 @@ TEST(Results, BaselineTellsWhatChanged) {
   auto waived = report("a\n");
   waived.waived["length-query"] = 1;
   const struct {
-    ::Run before, now;
+    kestrel::run::Run before, now;
     Change::Kind kind;
     std::string difference;
   } rows[] = {
@@ -462,3 +463,4 @@ TEST(Results, WhatIsNoPlainFileIsWrittenTo) {
 }
 
 }  // namespace
+}  // namespace kestrel::run

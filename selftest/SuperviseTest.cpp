@@ -12,6 +12,7 @@
 #include "run/process/Orphans.h"
 #include "run/process/Supervise.h"
 
+namespace kestrel {
 namespace {
 
 // "PIN N: " at the end of the output.
@@ -161,3 +162,4 @@ TEST_F(Supervised, ShowsHowFarItIs) {
 }
 
 }  // namespace
+}  // namespace kestrel

@@ -4,6 +4,8 @@
 
 #include "harness/CkrName.h"
 
+namespace kestrel::run {
+
 void conclude(Run& run, Outcome outcome, std::string reason) {
   run.outcome = outcome;
   run.reason = std::move(reason);
@@ -16,3 +18,5 @@ void failIn(Run& run, std::string call, std::uint32_t value) {
   run.valueName = ckrName(value);
   if (run.valueName == "UNKNOWN") run.reason = fmt::format("{} {:#x}", run.call, value);
 }
+
+}  // namespace kestrel::run

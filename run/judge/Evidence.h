@@ -10,8 +10,10 @@
 #include "run/judge/Run.h"
 #include "run/process/Ended.h"
 
+namespace kestrel::run {
+
 struct Evidence {
-  const kestrel::Test& test;
+  const Test& test;
   const Ended& ended;
   std::vector<std::string_view> report, errors;  // lines
 };
@@ -21,3 +23,5 @@ inline constexpr char unexplained[] = "the process ended";
 
 void conclude(Run& run, Outcome outcome, std::string reason = "");
 void failIn(Run& run, std::string call, std::uint32_t value);
+
+}  // namespace kestrel::run

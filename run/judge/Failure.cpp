@@ -7,6 +7,8 @@
 #include "common/Numbers.h"
 #include "run/judge/Transcript.h"
 
+namespace kestrel::run {
+
 namespace {
 
 constexpr std::string_view separator = "---------------------------------------";
@@ -77,10 +79,10 @@ bool endedByLine(const Evidence& evidence, Run& run) {
 }
 
 bool endedBySlotEvents(const Evidence& evidence, Run& run) {
-  if (!evidence.test.is(kestrel::Test::endless)) return false;
+  if (!evidence.test.is(Test::endless)) return false;
   for (const std::string_view call : {"C_WaitForSlotEvent", "C_GetSlotInfo"}) {
     const auto text = lastAfter({lastLine(evidence.report)}, fmt::format("{} == ", call));
-    const auto value = kestrel::readNumber<std::uint64_t>(text.value_or(""));
+    const auto value = readNumber<std::uint64_t>(text.value_or(""));
     if (!value) continue;
     failIn(run, std::string(call), static_cast<std::uint32_t>(*value));
     return true;
@@ -115,3 +117,5 @@ void explainFailure(const Evidence& evidence, Run& run) {
     run.reason = fmt::format("C_GetFunctionList failed, then {}", run.call);
   }
 }
+
+}  // namespace kestrel::run

@@ -3,5 +3,9 @@
 
 #include "run/judge/Evidence.h"
 
+namespace kestrel::run {
+
 // From a line of the report or of standard error.
 void explainFailure(const Evidence& evidence, Run& run);
+
+}  // namespace kestrel::run

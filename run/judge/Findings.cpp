@@ -10,6 +10,8 @@
 #include "common/Numbers.h"
 #include "run/judge/Transcript.h"
 
+namespace kestrel::run {
+
 namespace {
 
 // A call as the trace has it: C_X(word=value, ...) = RESULT 0x0 <N us> ...
@@ -25,7 +27,7 @@ struct TracedCall {
     const std::size_t time = line.find('<', close);
     if (time == line.npos) return;
     const std::string_view text = line.substr(time + 1);
-    microseconds = kestrel::readNumber<std::uint64_t>(text.substr(0, text.find(" us>")));
+    microseconds = readNumber<std::uint64_t>(text.substr(0, text.find(" us>")));
   }
 
   // Without its parameter; empty if the call has none.
@@ -83,3 +85,5 @@ void addFindings(ShimFiles files, Run& run) {
   nameMechanism(calls, run);
   run.trace = std::move(files.trace);
 }
+
+}  // namespace kestrel::run

@@ -5,6 +5,8 @@
 
 #include "run/judge/Run.h"
 
+namespace kestrel::run {
+
 // The content of the shim's files.
 struct ShimFiles {
   std::string used, trace;
@@ -13,3 +15,5 @@ struct ShimFiles {
 // Adds to a run which waivers were used, how long each function took, and the mechanism of the call
 // that it ended in.
 void addFindings(ShimFiles files, Run& run);
+
+}  // namespace kestrel::run

@@ -11,6 +11,8 @@
 #include "run/judge/Success.h"
 #include "run/judge/Transcript.h"
 
+namespace kestrel::run {
+
 namespace {
 
 void judgeExit(const Evidence& evidence, Run& run) {
@@ -30,8 +32,8 @@ std::string inCall(const Run& run) {
 bool waitedLongEnough(const Evidence& evidence, Run& run) {
   const auto rounds = lastAfter(evidence.report, "C_GetSlotInfo : ");
   constexpr double longestSilence = 2;  // seconds
-  if (!evidence.test.is(kestrel::Test::endless) || !rounds ||
-      !lastAfter(evidence.report, "Wait : ") || evidence.ended.silence > longestSilence) {
+  if (!evidence.test.is(Test::endless) || !rounds || !lastAfter(evidence.report, "Wait : ") ||
+      evidence.ended.silence > longestSilence) {
     return false;
   }
   conclude(run, Outcome::passed, fmt::format("{} rounds", *rounds));
@@ -40,7 +42,7 @@ bool waitedLongEnough(const Evidence& evidence, Run& run) {
 }
 
 void judgeSignal(const Evidence& evidence, Run& run, int signal) {
-  if (evidence.test.is(kestrel::Test::byOperator) && signal == SIGINT) {
+  if (evidence.test.is(Test::byOperator) && signal == SIGINT) {
     if (!waitedLongEnough(evidence, run)) {
       conclude(run, Outcome::notRun, "ended by the operator");
     }
@@ -68,7 +70,7 @@ void judgeStopped(const Evidence& evidence, Run& run, double timeout) {
 
 }  // namespace
 
-Run judge(const kestrel::Test& test, Ended ended, double timeout) {
+Run judge(const Test& test, Ended ended, double timeout) {
   Run run;
   const Evidence evidence{test, ended, linesOf(ended.report), linesOf(ended.errors)};
   run.calls = reportedCalls(evidence.report);
@@ -94,3 +96,5 @@ Run judge(const kestrel::Test& test, Ended ended, double timeout) {
   run.errors = std::move(ended.errors);
   return run;
 }
+
+}  // namespace kestrel::run

@@ -6,6 +6,8 @@
 
 #include "run/judge/Evidence.h"
 
+namespace kestrel::run {
+
 namespace {
 
 // Where the module changed the PIN and was not seen to change it back.
@@ -22,9 +24,9 @@ std::size_t passedLogins(const Run& run) {
       run.calls, [](const ReportedCall& call) { return call.passed && call.name == "C_Login"; }));
 }
 
-std::string barToLogin(const kestrel::Test& test, const Run& run, bool accepted) {
+std::string barToLogin(const Test& test, const Run& run, bool accepted) {
   const bool login = run.call == "C_Login" || run.call == "CKU_CONTEXT_SPECIFIC C_Login";
-  const bool pinChange = test.is(kestrel::Test::changesPin);
+  const bool pinChange = test.is(Test::changesPin);
   constexpr std::uint32_t pinIncorrect = 0xa0, pinLocked = 0xa4;
   if (run.value && *run.value >= pinIncorrect && *run.value <= pinLocked && (login || pinChange)) {
     return fmt::format("the PIN was refused in {}: {}", test.name, run.valueName);
@@ -39,3 +41,5 @@ std::string barToLogin(const kestrel::Test& test, const Run& run, bool accepted)
   }
   return "";
 }
+
+}  // namespace kestrel::run

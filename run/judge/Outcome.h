@@ -5,6 +5,8 @@
 #include <array>
 #include <cstddef>
 
+namespace kestrel::run {
+
 // The order is from good to bad: of several runs of a test the worst is shown.
 enum class Outcome {
   passed,
@@ -50,3 +52,5 @@ static_assert(std::ranges::all_of(outcomeRows, [](const OutcomeRow& row) {
 constexpr const char* outcomeName(Outcome outcome) {
   return rowOf(outcome).name;
 }
+
+}  // namespace kestrel::run

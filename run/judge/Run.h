@@ -11,6 +11,8 @@
 
 #include "run/judge/Outcome.h"
 
+namespace kestrel::run {
+
 // One call as kestrel reported it. `name` is the report's, which in places is not the function's.
 struct ReportedCall {
   std::string name;
@@ -43,3 +45,5 @@ struct Run {
   std::string report, errors;  // standard output and standard error
   std::string trace;           // of each call; kept in a file of its own
 };
+
+}  // namespace kestrel::run

@@ -8,6 +8,8 @@
 #include "common/Numbers.h"
 #include "run/judge/Transcript.h"
 
+namespace kestrel::run {
+
 namespace {
 
 bool metToken(const Evidence& evidence) {
@@ -34,7 +36,7 @@ void judgeSigning(const Evidence& evidence, Run& run) {
 void judgeDecryption(const Evidence& evidence, Run& run) {
   using namespace std::string_view_literals;
   constexpr std::string_view message = "this is a test string\0"sv;
-  const bool whole = evidence.test.success == kestrel::Success::plaintexts;
+  const bool whole = evidence.test.success == Success::plaintexts;
   const std::vector<std::string> dumps =
       dumpsUnder(whole ? "Decrypted Message:" : "Decrypted data: ", evidence.report);
   const auto wrong = [whole, message](const std::string& dump) {
@@ -64,7 +66,7 @@ void judgePinChange(const Evidence& evidence, Run& run) {
     return call.name != "C_Finalize";
   });
   failIn(run, steps[static_cast<std::size_t>(passed) % steps.size()],
-         static_cast<std::uint32_t>(kestrel::readNumber<std::uint64_t>(*text).value_or(0)));
+         static_cast<std::uint32_t>(readNumber<std::uint64_t>(*text).value_or(0)));
   run.calls.push_back({run.call, false, *run.value, run.valueName});
   run.reason = fmt::format("PIN change failed, {} {}", run.call, run.valueName);
 }
@@ -77,18 +79,18 @@ void judgePinFlags(const Evidence& evidence, Run& run) {
 
 void judgeTest(const Evidence& evidence, Run& run) {
   switch (evidence.test.success) {
-    case kestrel::Success::end:
+    case Success::end:
       return;
-    case kestrel::Success::login:
+    case Success::login:
       return judgeLogin(evidence, run);
-    case kestrel::Success::signatures:
+    case Success::signatures:
       return judgeSigning(evidence, run);
-    case kestrel::Success::plaintexts:
-    case kestrel::Success::lastParts:
+    case Success::plaintexts:
+    case Success::lastParts:
       return judgeDecryption(evidence, run);
-    case kestrel::Success::pinChange:
+    case Success::pinChange:
       return judgePinChange(evidence, run);
-    case kestrel::Success::pinFlags:
+    case Success::pinFlags:
       return judgePinFlags(evidence, run);
   }
 }
@@ -103,3 +105,5 @@ void judgeSuccess(const Evidence& evidence, Run& run) {
   run.outcome = Outcome::passed;
   judgeTest(evidence, run);
 }
+
+}  // namespace kestrel::run

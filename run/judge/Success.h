@@ -3,4 +3,8 @@
 
 #include "run/judge/Evidence.h"
 
+namespace kestrel::run {
+
 void judgeSuccess(const Evidence& evidence, Run& run);
+
+}  // namespace kestrel::run

@@ -7,6 +7,8 @@
 #include "common/Lines.h"
 #include "common/Numbers.h"
 
+namespace kestrel::run {
+
 namespace {
 
 constexpr std::string_view promptStart = "Enter PIN for the card in slot ";
@@ -61,7 +63,7 @@ std::optional<ReportedCall> readFailed(std::string_view line) {
   if (name.empty() || !line.substr(0, mark - name.size()).ends_with("!!! ")) return std::nullopt;
   const std::string_view tail = line.substr(mark + failedMark.size());
   const std::size_t numberEnd = tail.find("!!! [");
-  const auto value = kestrel::readNumber<std::uint32_t>(tail.substr(0, numberEnd), 16);
+  const auto value = readNumber<std::uint32_t>(tail.substr(0, numberEnd), 16);
   if (numberEnd == tail.npos || !value) return std::nullopt;
   const std::string_view valueName = tail.substr(numberEnd + 5, tail.size() - numberEnd - 6);
   return ReportedCall{std::string(name), false, *value, std::string(valueName)};
@@ -83,12 +85,12 @@ std::optional<std::uint64_t> promptAtEnd(std::string_view output) {
   output.remove_suffix(promptEnd.size());
   const std::size_t start = output.rfind(promptStart);
   if (start == output.npos) return std::nullopt;
-  return kestrel::readNumber<std::uint64_t>(output.substr(start + promptStart.size()));
+  return readNumber<std::uint64_t>(output.substr(start + promptStart.size()));
 }
 
 std::vector<std::string_view> linesOf(std::string_view text) {
   std::vector<std::string_view> lines;
-  while (!text.empty()) lines.push_back(kestrel::withoutEnd(kestrel::takeLine(text)));
+  while (!text.empty()) lines.push_back(withoutEnd(takeLine(text)));
   return lines;
 }
 
@@ -158,12 +160,12 @@ std::optional<DumpLine> readDumpLine(std::string_view line) {
   constexpr std::size_t digits = 8, group = 3, groups = 16;
   constexpr std::string_view separator = ": ";
   if (line.size() < digits || !line.substr(digits).starts_with(separator)) return std::nullopt;
-  const auto offset = kestrel::readNumber<std::size_t>(line.substr(0, digits), 16);
+  const auto offset = readNumber<std::size_t>(line.substr(0, digits), 16);
   if (!offset) return std::nullopt;
   line.remove_prefix(digits + separator.size());
   DumpLine dump{*offset, ""};
   for (std::size_t at = 0; at < group * groups && at + 2 <= line.size(); at += group) {
-    const auto byte = kestrel::readNumber<unsigned char>(line.substr(at, 2), 16);
+    const auto byte = readNumber<unsigned char>(line.substr(at, 2), 16);
     if (!byte) break;
     dump.bytes += static_cast<char>(*byte);
   }
@@ -186,3 +188,5 @@ std::vector<std::string> dumpsUnder(std::string_view heading,
   }
   return dumps;
 }
+
+}  // namespace kestrel::run

@@ -10,6 +10,8 @@
 
 #include "run/judge/Run.h"
 
+namespace kestrel::run {
+
 // The slot position of the prompt for a PIN that ends the output so far.
 std::optional<std::uint64_t> promptAtEnd(std::string_view output);
 
@@ -49,3 +51,5 @@ std::optional<DumpLine> readDumpLine(std::string_view line);  // none for any ot
 // The bytes of every dump under the line `heading`, in order.
 std::vector<std::string> dumpsUnder(std::string_view heading,
                                     const std::vector<std::string_view>& lines);
+
+}  // namespace kestrel::run

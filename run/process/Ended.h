@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+namespace kestrel {
+
 // How a process ended, and what it wrote.
 struct Ended {
   enum class By { itself, timeLimit, reportLimit, interrupt, lackOfPin };
@@ -20,3 +22,5 @@ struct Ended {
 
 // Bytes that are kept of a report, and as many of standard error.
 inline constexpr std::size_t reportLimit = std::size_t{16} << 20;
+
+}  // namespace kestrel

@@ -7,6 +7,8 @@
 #include <string>
 #include <system_error>
 
+namespace kestrel {
+
 namespace fs = std::filesystem;
 
 TemporaryFolder::TemporaryFolder() {
@@ -31,3 +33,5 @@ TemporaryFolder::~TemporaryFolder() {
   }
   fs::remove_all(path_, error);
 }
+
+}  // namespace kestrel

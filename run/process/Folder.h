@@ -3,6 +3,8 @@
 
 #include <filesystem>
 
+namespace kestrel {
+
 // A folder of its own under the system's for temporary files, gone with all that is in it when the
 // object goes. Nothing behind a link in it is touched.
 class TemporaryFolder {
@@ -17,3 +19,5 @@ class TemporaryFolder {
  private:
   std::filesystem::path path_;
 };
+
+}  // namespace kestrel

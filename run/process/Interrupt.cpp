@@ -7,6 +7,8 @@
 #include <csignal>
 #include <system_error>
 
+namespace kestrel {
+
 Interrupt::Interrupt() {
   sigset_t signals;
   sigemptyset(&signals);
@@ -25,3 +27,5 @@ int Interrupt::count() {
   while (read(descriptor(), &info, sizeof info) == sizeof info) ++count_;
   return count_;
 }
+
+}  // namespace kestrel

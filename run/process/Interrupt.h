@@ -3,6 +3,8 @@
 
 #include "common/Descriptor.h"
 
+namespace kestrel {
+
 // While it lives SIGINT, SIGTERM, SIGHUP and SIGQUIT are events of a descriptor and end nothing by
 // themselves, so that the running test can be ended in order and the files written. One that was
 // ignored, as nohup has it, stays ignored. One object, made before any process is started.
@@ -21,3 +23,5 @@ class Interrupt {
   Descriptor descriptor_;
   int count_ = 0;
 };
+
+}  // namespace kestrel

@@ -6,14 +6,16 @@
 
 #include <algorithm>
 
-std::unique_ptr<Terminal> Terminal::open() {
+namespace kestrel {
+
+std::unique_ptr<OperatorTerminal> OperatorTerminal::open() {
   if (isatty(STDIN_FILENO) == 0) return nullptr;
   Descriptor descriptor(::open("/dev/tty", O_RDWR | O_CLOEXEC));
   if (descriptor.get() < 0) return nullptr;
-  return std::unique_ptr<Terminal>(new Terminal(std::move(descriptor)));
+  return std::unique_ptr<OperatorTerminal>(new OperatorTerminal(std::move(descriptor)));
 }
 
-void Terminal::write(std::string_view text) const {
+void OperatorTerminal::write(std::string_view text) const {
   while (!text.empty()) {
     const ssize_t count = ::write(descriptor(), text.data(), text.size());
     if (count <= 0) return;
@@ -21,8 +23,8 @@ void Terminal::write(std::string_view text) const {
   }
 }
 
-std::size_t Terminal::ask(std::string_view question, std::span<char> answer,
-                          Interrupt& interrupt) const {
+std::size_t OperatorTerminal::ask(std::string_view question, std::span<char> answer,
+                                  Interrupt& interrupt) const {
   const TerminalModes modes(descriptor(), TerminalModes::Kind::hidden);
   write(question);
   std::size_t length = 0;
@@ -58,3 +60,5 @@ TerminalModes::TerminalModes(int descriptor, Kind kind) : descriptor_(descriptor
 TerminalModes::~TerminalModes() {
   tcsetattr(descriptor_, TCSANOW, &saved_);
 }
+
+}  // namespace kestrel

@@ -11,10 +11,12 @@
 #include "common/Descriptor.h"
 #include "run/process/Interrupt.h"
 
-class Terminal {
+namespace kestrel {
+
+class OperatorTerminal {
  public:
   // The terminal on standard input; null when that is none.
-  static std::unique_ptr<Terminal> open();
+  static std::unique_ptr<OperatorTerminal> open();
 
   int descriptor() const { return descriptor_.get(); }
 
@@ -25,7 +27,7 @@ class Terminal {
   std::size_t ask(std::string_view question, std::span<char> answer, Interrupt& interrupt) const;
 
  private:
-  explicit Terminal(Descriptor descriptor) : descriptor_(std::move(descriptor)) {}
+  explicit OperatorTerminal(Descriptor descriptor) : descriptor_(std::move(descriptor)) {}
 
   Descriptor descriptor_;
 };
@@ -46,3 +48,5 @@ class TerminalModes {
   int descriptor_;
   termios saved_{};
 };
+
+}  // namespace kestrel

@@ -15,6 +15,8 @@
 #include "common/Descriptor.h"
 #include "common/Numbers.h"
 
+namespace kestrel {
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -28,7 +30,7 @@ pid_t parentOf(const fs::path& process) {
   std::string_view rest = text;
   rest.remove_prefix(std::min(text.rfind(')'), text.size()));
   rest.remove_prefix(std::min<std::size_t>(4, rest.size()));
-  return kestrel::readNumber<pid_t>(rest.substr(0, rest.find(' '))).value_or(0);
+  return readNumber<pid_t>(rest.substr(0, rest.find(' '))).value_or(0);
 }
 
 bool waitGone(pid_t child) {
@@ -43,7 +45,7 @@ std::set<pid_t> childProcesses() {
   std::set<pid_t> children;
   std::error_code error;
   for (fs::directory_iterator at("/proc", error), end; !error && at != end; at.increment(error)) {
-    const auto process = kestrel::readNumber<pid_t>(at->path().filename().native());
+    const auto process = readNumber<pid_t>(at->path().filename().native());
     if (process && parentOf(at->path()) == getpid()) children.insert(*process);
   }
   return children;
@@ -65,3 +67,5 @@ void killChildren(const std::set<pid_t>& spared) {
     }
   }
 }
+
+}  // namespace kestrel

@@ -5,6 +5,8 @@
 
 #include <set>
 
+namespace kestrel {
+
 // The children of this process. Costs a look at every process of the machine.
 std::set<pid_t> childProcesses();
 
@@ -12,3 +14,5 @@ std::set<pid_t> childProcesses();
 // of them leaves, until there is none. Gives up on one that cannot be killed. Costs nothing to
 // speak of while there is none.
 void killChildren(const std::set<pid_t>& spared);
+
+}  // namespace kestrel

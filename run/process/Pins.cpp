@@ -14,6 +14,8 @@
 
 #include "common/Lines.h"
 
+namespace kestrel {
+
 namespace {
 
 // The text of a PIN file. Never moved, and wiped when it goes.
@@ -77,7 +79,7 @@ void Pins::readFile(const std::string& path) {
   constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";  // some editors put it there
   if (rest.starts_with(byteOrderMark)) rest.remove_prefix(byteOrderMark.size());
   for (std::uint64_t position = 0; !rest.empty(); ++position) {
-    std::string_view line = kestrel::withoutEnd(kestrel::takeLine(rest));
+    std::string_view line = withoutEnd(takeLine(rest));
     if (line.ends_with('\r')) line.remove_suffix(1);
     if (!line.empty()) {
       pins_.try_emplace(position, line, fmt::format("{}, line {}", path, position + 1));
@@ -95,7 +97,7 @@ void Pins::takeFromEnvironment() {
   unsetenv(name);
 }
 
-void Pins::askOn(Terminal* terminal, Interrupt& interrupt) {
+void Pins::askOn(OperatorTerminal* terminal, Interrupt& interrupt) {
   terminal_ = terminal;
   interrupt_ = &interrupt;
 }
@@ -146,3 +148,5 @@ void Pins::removeFrom(std::string& text) const {
     text = clean.append(text, from);
   }
 }
+
+}  // namespace kestrel

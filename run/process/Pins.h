@@ -12,6 +12,8 @@
 #include "run/process/Interrupt.h"
 #include "run/process/OperatorTerminal.h"
 
+namespace kestrel {
+
 // Wiped when it goes.
 class Pin {
  public:
@@ -47,7 +49,7 @@ class Pins {
   void setDefault(std::string_view pin) { default_.emplace(pin, "default"); }
 
   // Asks for what is not known, once per slot position, when there is a terminal.
-  void askOn(Terminal* terminal, Interrupt& interrupt);
+  void askOn(OperatorTerminal* terminal, Interrupt& interrupt);
 
   // The PIN of a slot position, null for none.
   const Pin* find(std::uint64_t position);
@@ -69,6 +71,8 @@ class Pins {
   std::optional<Pin> default_;
   std::map<const Pin*, std::string> refused_;
   std::map<std::uint64_t, bool> asked_;
-  Terminal* terminal_ = nullptr;
+  OperatorTerminal* terminal_ = nullptr;
   Interrupt* interrupt_ = nullptr;
 };
+
+}  // namespace kestrel

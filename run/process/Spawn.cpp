@@ -12,6 +12,8 @@
 #include <cstdlib>
 #include <system_error>
 
+namespace kestrel {
+
 namespace {
 
 [[noreturn]] void fail(const std::string& what, int error = errno) {
@@ -32,7 +34,7 @@ struct Pipe {
 struct PseudoTerminal {
   Descriptor master;
   std::string slave;
-  explicit PseudoTerminal(const Terminal& model)
+  explicit PseudoTerminal(const OperatorTerminal& model)
       : master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
     char name[64];
     if (master.get() < 0 || grantpt(master.get()) != 0 || unlockpt(master.get()) != 0 ||
@@ -119,7 +121,7 @@ Descriptor openEvent(pid_t process) {
 
 }  // namespace
 
-Child spawn(const Command& command, const Terminal* model) {
+Child spawn(const Command& command, const OperatorTerminal* model) {
   SpawnPlan plan;
   Pipe errors;
   plan.use(errors.writing, STDERR_FILENO);
@@ -145,3 +147,5 @@ Child spawn(const Command& command, const Terminal* model) {
   }
   return child;
 }
+
+}  // namespace kestrel

@@ -10,6 +10,8 @@
 #include "common/Descriptor.h"
 #include "run/process/OperatorTerminal.h"
 
+namespace kestrel {
+
 struct Command {
   std::filesystem::path program;
   std::vector<std::string> arguments;         // without the program's name
@@ -28,4 +30,6 @@ struct Child {
 // Starts a program in a session of its own, with no descriptor of ours but its standard streams:
 // two pipes and, for input and output, two more or a new terminal like `model` (unless that is
 // null). Throws std::system_error.
-Child spawn(const Command& command, const Terminal* model);
+Child spawn(const Command& command, const OperatorTerminal* model);
+
+}  // namespace kestrel

@@ -15,6 +15,8 @@
 
 #include "run/process/Orphans.h"
 
+namespace kestrel {
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -236,3 +238,5 @@ void adoptOrphans() {
 Ended supervise(const Command& command, const Supervision& supervision) {
   return Supervisor(supervision).run(command);
 }
+
+}  // namespace kestrel

@@ -13,6 +13,8 @@
 #include "run/process/Pins.h"
 #include "run/process/Spawn.h"
 
+namespace kestrel {
+
 // The answer to a prompt: a PIN, or why there is none.
 struct PinAnswer {
   const Pin* pin = nullptr;
@@ -22,10 +24,10 @@ struct PinAnswer {
 // What a process may do, and who learns of it. A function that is not set is not called.
 struct Supervision {
   Interrupt& interrupt;
-  double timeout = 0;        // seconds, 0 for none; the time that an operator types does not count
-  bool patient = false;      // the first interrupt waits for the process to end by itself
-  bool endless = false;      // a report beyond the limit loses its middle and ends nothing
-  Terminal* lent = nullptr;  // the process gets a terminal behind this one
+  double timeout = 0;    // seconds, 0 for none; the time that an operator types does not count
+  bool patient = false;  // the first interrupt waits for the process to end by itself
+  bool endless = false;  // a report beyond the limit loses its middle and ends nothing
+  OperatorTerminal* lent = nullptr;  // the process gets a terminal behind this one
   // For which slot position the output so far ends in a prompt, and the answer to it.
   std::function<std::optional<std::uint64_t>(std::string_view output)> promptAtEnd = {};
   std::function<PinAnswer(std::uint64_t position)> pin = {};
@@ -42,3 +44,5 @@ void adoptOrphans();
 // interrupt first, so that kestrel names the call that it is in, and two seconds. Throws
 // std::system_error when the program cannot be started.
 Ended supervise(const Command& command, const Supervision& supervision);
+
+}  // namespace kestrel

@@ -12,6 +12,8 @@
 #include "run/judge/Transcript.h"
 #include "run/results/Difference.h"
 
+namespace kestrel::run {
+
 namespace {
 
 // "Handle: 10" as "Handle: N".
@@ -48,8 +50,8 @@ Change compareTests(const TestResult& before, const TestResult& now) {
   const bool passedBefore = old.outcome == Outcome::passed;
   const bool passesNow = fresh.outcome == Outcome::passed;
   const std::string difference = unifiedDiff(comparable(old.report), comparable(fresh.report));
-  const kestrel::Test* const test = kestrel::findTest(now.name);
-  const bool endless = test != nullptr && test->is(kestrel::Test::endless);
+  const Test* const test = findTest(now.name);
+  const bool endless = test != nullptr && test->is(Test::endless);
   // How many of the repetitions passed is chance, as are the numbers of a test of waiting.
   const auto detail = [&](const Run& run) {
     const std::string text = validUtf8(outcomeDetail(run));
@@ -85,7 +87,7 @@ std::string comparable(const std::string& report) {
   bool signature = false;  // the lines are those of a signature's dump
   std::size_t bytes = 0;   // of it so far
   for (std::string_view rest = text; !rest.empty();) {
-    const std::string_view line = kestrel::takeLine(rest), content = kestrel::withoutEnd(line);
+    const std::string_view line = takeLine(rest), content = withoutEnd(line);
     const auto dump = signature ? readDumpLine(content) : std::nullopt;
     if (dump && dump->offset + dump->bytes.size() != 0) {
       bytes = dump->offset + dump->bytes.size();
@@ -133,3 +135,5 @@ std::vector<Change> compare(const Results& before, const Results& now) {
   }
   return changes;
 }
+
+}  // namespace kestrel::run

@@ -9,6 +9,8 @@
 
 #include "common/Lines.h"
 
+namespace kestrel::run {
+
 namespace {
 
 constexpr std::size_t largestTable = 4'000'000;  // pairs
@@ -22,7 +24,7 @@ using TextLines = std::vector<std::string_view>;
 // The lines with their ends; what is behind the last line compared is one more.
 TextLines split(std::string_view text) {
   TextLines lines;
-  while (!text.empty() && lines.size() < mostCompared) lines.push_back(kestrel::takeLine(text));
+  while (!text.empty() && lines.size() < mostCompared) lines.push_back(takeLine(text));
   if (!text.empty()) lines.push_back(text);
   return lines;
 }
@@ -145,3 +147,5 @@ std::string unifiedDiff(const std::string& before, const std::string& now) {
     change = end;
   }
 }
+
+}  // namespace kestrel::run

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <numeric>
 
+namespace kestrel::run {
+
 const Run& TestResult::shown() const {
   return *std::max_element(runs.begin(), runs.end(),
                            [](const Run& a, const Run& b) { return a.outcome < b.outcome; });
@@ -79,3 +81,5 @@ std::string outcomeDetail(const TestResult& test) {
   }
   return detail;
 }
+
+}  // namespace kestrel::run

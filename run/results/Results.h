@@ -10,6 +10,8 @@
 
 #include "run/judge/Run.h"
 
+namespace kestrel::run {
+
 // One test on one module: as many runs as --repeat asks for, at least one.
 struct TestResult {
   std::string name;
@@ -71,3 +73,5 @@ constexpr const char* changeName(Change::Kind kind) {
 // "waived: length-query (10)", "49 of 50 passed" with --repeat; parts are joined by ", ".
 std::string outcomeDetail(const TestResult& test);
 std::string outcomeDetail(const Run& run);  // of one run
+
+}  // namespace kestrel::run

@@ -10,6 +10,8 @@
 #include "common/FitText.h"
 #include "harness/Tests.h"
 
+namespace kestrel::run {
+
 namespace {
 
 template <typename Rows, typename Name>
@@ -20,7 +22,7 @@ constexpr std::size_t widest(const Rows& rows, Name name) {
 }
 
 constexpr std::size_t outcomeWidth = widest(outcomeRows, &OutcomeRow::name);
-constexpr std::size_t testWidth = widest(kestrel::tests, &kestrel::Test::name);
+constexpr std::size_t testWidth = widest(tests, &Test::name);
 
 const char* environment(const char* name) {
   const char* const value = std::getenv(name);
@@ -121,3 +123,5 @@ std::string Display::painted(Outcome outcome, std::size_t width) const {
   const std::string text = fmt::format("{:<{}}", outcomeName(outcome), width);
   return colors_ ? fmt::format("\x1b[{}m{}\x1b[0m", rowOf(outcome).color, text) : text;
 }
+
+}  // namespace kestrel::run

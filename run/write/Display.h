@@ -7,6 +7,8 @@
 
 #include "run/results/Results.h"
 
+namespace kestrel::run {
+
 // Writes to a stream: a line for every finished test, on a terminal one more that shows the running
 // one, and the totals. With `quiet`, only what did not pass and the totals.
 class Display {
@@ -36,3 +38,5 @@ class Display {
   std::string running_, heading_;
   std::size_t calls_ = 0;
 };
+
+}  // namespace kestrel::run

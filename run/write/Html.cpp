@@ -11,6 +11,8 @@
 #include "common/FitText.h"
 #include "common/Lines.h"
 
+namespace kestrel::run {
+
 namespace {
 
 constexpr const char* htmlStyle =
@@ -206,7 +208,7 @@ void addDifference(Node body, const Change& change) {
   add(body, "h3", "", fmt::format("{} since the baseline", changeName(change.kind)));
   Node pre = addScrolling(body, "pre", "Difference");
   for (std::string_view rest = change.difference; !rest.empty();) {
-    const std::string_view line = kestrel::takeLine(rest);
+    const std::string_view line = takeLine(rest);
     const bool removed = line.starts_with('-'), added = line.starts_with('+');
     addText(removed ? add(pre, "del") : added ? add(pre, "ins") : pre, line, Lines::kept);
   }
@@ -348,3 +350,5 @@ std::string toHtml(const Results& results) {
   for (std::size_t i = 0; i < results.modules.size(); ++i) addModule(main, results, i);
   return headOfPage(results) + bodyText(document) + "\n</html>\n";
 }
+
+}  // namespace kestrel::run

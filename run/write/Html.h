@@ -6,4 +6,8 @@
 
 #include "run/results/Results.h"
 
+namespace kestrel::run {
+
 std::string toHtml(const Results& results);
+
+}  // namespace kestrel::run

@@ -9,6 +9,8 @@
 
 #include "common/FitText.h"
 
+namespace kestrel::run {
+
 namespace {
 
 using Json = nlohmann::ordered_json;
@@ -232,3 +234,5 @@ Results fromJson(const std::string& text) {
   });
   return results;
 }
+
+}  // namespace kestrel::run

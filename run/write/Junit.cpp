@@ -9,6 +9,8 @@
 
 #include "common/FitText.h"
 
+namespace kestrel::run {
+
 namespace {
 
 constexpr std::size_t reportEnd = 8000;  // bytes of a report that explain a failure
@@ -128,3 +130,5 @@ std::string toJunit(const Results& results) {
   document.save(text, " ");
   return text.str();
 }
+
+}  // namespace kestrel::run

@@ -5,4 +5,8 @@
 
 #include "run/results/Results.h"
 
+namespace kestrel::run {
+
 std::string toJunit(const Results& results);
+
+}  // namespace kestrel::run

@@ -9,6 +9,8 @@
 #include "common/FitText.h"
 #include "common/Lines.h"
 
+namespace kestrel::run {
+
 namespace {
 
 bool isWordCharacter(char character) {
@@ -53,7 +55,7 @@ std::string changeItem(const Change& change) {
                                  changeName(change.kind));
   // Code by its indent: a fence could be closed by what stands in it.
   for (std::string_view rest = change.difference; !rest.empty();) {
-    item += fmt::format("      {}\n", visible(kestrel::withoutEnd(kestrel::takeLine(rest))));
+    item += fmt::format("      {}\n", visible(withoutEnd(takeLine(rest))));
   }
   return item;
 }
@@ -80,3 +82,5 @@ std::string toMarkdown(const Results& results) {
   }
   return text;
 }
+
+}  // namespace kestrel::run

@@ -17,6 +17,8 @@
 #include "run/write/Junit.h"
 #include "run/write/Markdown.h"
 
+namespace kestrel::run {
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -113,3 +115,5 @@ bool usesStandardOutput(const Destinations& destinations) {
   return std::any_of(formats.begin(), formats.end(),
                      [&](const Format& format) { return destinations.*format.path == "-"; });
 }
+
+}  // namespace kestrel::run

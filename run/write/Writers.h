@@ -6,6 +6,8 @@
 
 #include "run/results/Results.h"
 
+namespace kestrel::run {
+
 // Where the results go to.
 struct Destinations {
   std::string out;                          // a folder; empty for none
@@ -25,3 +27,5 @@ void writeFiles(const Destinations& destinations, const Results& results);
 
 // Whether one of them is standard output.
 bool usesStandardOutput(const Destinations& destinations);
+
+}  // namespace kestrel::run
