@@ -10,9 +10,11 @@
 
 #include "common/FitText.h"
 #include "common/Installation.h"
+#include "harness/ModulePath.h"
 #include "run/ShimUse.h"
 #include "run/judge/Judge.h"
 #include "run/judge/Login.h"
+#include "run/judge/Phrases.h"
 #include "run/judge/Transcript.h"
 #include "run/process/Folder.h"
 #include "run/process/Supervise.h"
@@ -119,7 +121,7 @@ Run Runner::runOnce(const Test& test, unsigned number) {
     pins_.removeFrom(*text);
   }
   if (results_.kestrelVersion.empty()) {
-    const auto version = lastAfter(linesOf(run.report), "kestrel version: ");
+    const auto version = lastAfter(linesOf(run.report), phrase::version);
     if (version) results_.kestrelVersion = version->substr(0, version->find(' '));
   }
   if (!options_.between.empty() && interrupt_.count() == 0) runBetween();
@@ -139,7 +141,7 @@ Ended Runner::startKestrel(const Test& test, ShimFiles& files) {
   const TemporaryFolder folder;
   const bool between = options_.shim.isAsked();
   std::filesystem::create_symlink(between ? shimModule() : module_->path,
-                                  folder.path() / "libnorvalepk11.so");
+                                  folder.path() / modulePath);
   Supervision supervision{.interrupt = interrupt_, .timeout = options_.timeout};
   supervision.patient = test.is(Test::patient);
   supervision.endless = test.is(Test::endless);

@@ -9,6 +9,8 @@
 #include <stdexcept>
 
 #include "common/Installation.h"
+#include "harness/ModulePath.h"
+#include "run/judge/Phrases.h"
 #include "run/judge/Transcript.h"
 #include "run/process/Folder.h"
 #include "run/process/Supervise.h"
@@ -60,15 +62,15 @@ void checkShim(const Options& options, Interrupt& interrupt) {
     unsetenv(fmt::format("KESTREL_SHIM_{}", name).c_str());
   }
   const TemporaryFolder folder;
-  fs::create_symlink(shimModule(), folder.path() / "libnorvalepk11.so");
+  fs::create_symlink(shimModule(), folder.path() / modulePath);
   const Test& any = tests.front();  // the set-up fails before it
   Command command{options.kestrel, {std::string(any.name)}, folder.path()};
   command.environment = shimEnvironment(options.shim, any, "", folder.path());
   std::erase(command.environment, "KESTREL_SHIM_MODULE=");
   const Ended ended = supervise(command, {.interrupt = interrupt, .timeout = 10});
-  const auto words = lastAfter(linesOf(ended.errors), "kestrel-shim: ");
+  const auto words = lastAfter(linesOf(ended.errors), phrase::shimSays);
   if (!words) throw std::runtime_error(fmt::format("the shim does not work: {}", ended.errors));
-  if (*words != "KESTREL_SHIM_MODULE is not set") throw std::runtime_error(std::string(*words));
+  if (*words != phrase::shimHasNoModule) throw std::runtime_error(std::string(*words));
 }
 
 ShimFiles readShimFiles(const fs::path& folder) {

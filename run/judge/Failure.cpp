@@ -5,13 +5,14 @@
 #include <array>
 
 #include "common/Numbers.h"
+#include "harness/ModulePath.h"
+#include "run/judge/Phrases.h"
 #include "run/judge/Transcript.h"
 
 namespace kestrel::run {
 
 namespace {
 
-constexpr std::string_view separator = "---------------------------------------";
 constexpr char wrongSignature[] = "wrong signature";
 
 std::string_view lastLine(const std::vector<std::string_view>& lines) {
@@ -19,9 +20,9 @@ std::string_view lastLine(const std::vector<std::string_view>& lines) {
 }
 
 bool couldNotLoad(const Evidence& evidence, Run& run) {
-  if (lastLine(evidence.report) != separator) return false;
-  for (const char* start : {"Failed to open PKCS#11 library ./libnorvalepk11.so: ",
-                            "Failed to retrieve 'C_GetFunctionList': "}) {
+  if (lastLine(evidence.report) != phrase::separator) return false;
+  for (const std::string& start : {fmt::format("{}{}: ", phrase::cannotOpen, modulePath),
+                                   std::string(phrase::cannotFindList)}) {
     if (const auto words = lastAfter(evidence.errors, start)) {
       conclude(run, Outcome::couldNotLoad, std::string(*words));
       return true;
@@ -32,23 +33,27 @@ bool couldNotLoad(const Evidence& evidence, Run& run) {
 
 // Where the shim stands in the module's place, what it says for it.
 bool notLoadedByShim(const Evidence& evidence, const ReportedCall& failure, Run& run) {
-  const auto words = lastAfter(evidence.errors, "kestrel-shim: cannot load ");
+  const auto words = lastAfter(evidence.errors, phrase::shimCannotLoad);
   if (failure.name != "C_Initialize" || !words) return false;
   conclude(run, Outcome::couldNotLoad, std::string(*words));
+  return true;
+}
+
+bool takePrefix(std::string_view& text, std::string_view prefix) {
+  if (!text.starts_with(prefix)) return false;
+  text.remove_prefix(prefix.size());
   return true;
 }
 
 // What kestrel itself says on standard error comes last there, and is about the end.
 bool endedInWords(const Evidence& evidence, Run& run) {
   std::string_view words = lastLine(evidence.errors);
-  constexpr std::string_view own = "kestrel: ", exception = "an exception left the module's ";
-  if (!words.starts_with(own)) return false;
-  words.remove_prefix(own.size());
+  if (!takePrefix(words, phrase::kestrelSays)) return false;
   run.call = namedCall(evidence.errors);
-  if (words.starts_with(exception)) {
-    words.remove_prefix(exception.size());
-    conclude(run, Outcome::failed, fmt::format("an exception left {}", words));
-  } else if (words.starts_with("the module's ") && words.ends_with("() ended the process")) {
+  if (std::string_view call = words;
+      takePrefix(call, phrase::exceptionLeft) && takePrefix(call, phrase::ofModule)) {
+    conclude(run, Outcome::failed, fmt::format("an exception left {}", call));
+  } else if (words.starts_with(phrase::ofModule) && words.ends_with(phrase::endedProcess)) {
     conclude(run, Outcome::failed, fmt::format("{} ended the process", run.call));
   } else {
     conclude(run, Outcome::failed, std::string(words));
@@ -62,9 +67,9 @@ bool endedByLine(const Evidence& evidence, Run& run) {
     const char* reason;
   };
   constexpr std::array rows{
-      Row{"No Card Readers detected.", "no reader"},
-      Row{"*********** TOKEN NOT PRESENT ************", "no token"},
-      Row{"       SIGNATURE VERIFICATION FAILED", wrongSignature},
+      Row{phrase::noReader, "no reader"},
+      Row{phrase::noToken, "no token"},
+      Row{phrase::wrongSignature, wrongSignature},
   };
   // The longest of these ends has three lines behind it.
   const std::size_t count = evidence.report.size();
@@ -80,11 +85,11 @@ bool endedByLine(const Evidence& evidence, Run& run) {
 
 bool endedBySlotEvents(const Evidence& evidence, Run& run) {
   if (!evidence.test.is(Test::endless)) return false;
-  for (const std::string_view call : {"C_WaitForSlotEvent", "C_GetSlotInfo"}) {
-    const auto text = lastAfter({lastLine(evidence.report)}, fmt::format("{} == ", call));
+  for (const std::string_view end : phrase::loopEnds) {
+    const auto text = lastAfter({lastLine(evidence.report)}, end);
     const auto value = readNumber<std::uint64_t>(text.value_or(""));
     if (!value) continue;
-    failIn(run, std::string(call), static_cast<std::uint32_t>(*value));
+    failIn(run, std::string(end.substr(0, end.find(' '))), static_cast<std::uint32_t>(*value));
     return true;
   }
   return false;
@@ -106,14 +111,14 @@ void explainFailure(const Evidence& evidence, Run& run) {
   if (!failure && (couldNotLoad(evidence, run) || endedBySlotEvents(evidence, run))) return;
   if (!failure && endedByLine(evidence, run)) {
     if (run.reason == wrongSignature) nameMechanism(evidence, run);
-    if (lastAfter(evidence.errors, "kestrel-shim: no token matches")) run.reason = "no such token";
+    if (lastAfter(evidence.errors, phrase::shimFindsNoToken)) run.reason = "no such token";
     return;
   }
   if (!failure) failure = lastFailure(evidence.report);  // the module wrote more, at its exit
   if (!failure) return conclude(run, Outcome::failed, fmt::format("{} with status 1", unexplained));
   failIn(run, failure->name, failure->value);
-  if (run.call == "verifySig") nameMechanism(evidence, run);
-  if (lastAfter(evidence.errors, "C_GetFunctionList failed")) {
+  if (run.call == phrase::verification) nameMechanism(evidence, run);
+  if (lastAfter(evidence.errors, phrase::noFunctionList)) {
     run.reason = fmt::format("C_GetFunctionList failed, then {}", run.call);
   }
 }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "common/Numbers.h"
+#include "run/judge/Phrases.h"
 #include "run/judge/Transcript.h"
 
 namespace kestrel::run {
@@ -21,18 +22,19 @@ struct TracedCall {
 
   explicit TracedCall(std::string_view line) {
     const std::size_t open = std::min(line.find('('), line.size());
-    const std::size_t close = std::max(std::min(line.rfind(") = "), line.size()), open);
+    const std::size_t close =
+        std::max(std::min(line.rfind(phrase::tracedResult), line.size()), open);
     function = line.substr(0, open);
     arguments = line.substr(open, close - open);
     const std::size_t time = line.find('<', close);
     if (time == line.npos) return;
     const std::string_view text = line.substr(time + 1);
-    microseconds = readNumber<std::uint64_t>(text.substr(0, text.find(" us>")));
+    microseconds = readNumber<std::uint64_t>(text.substr(0, text.find(phrase::tracedTimeEnd)));
   }
 
   // Without its parameter; empty if the call has none.
   std::string_view mechanism() const {
-    constexpr std::string_view word = "mechanism=";
+    constexpr std::string_view word = phrase::tracedMechanism;
     const std::size_t at = arguments.find(word);
     if (at == arguments.npos) return {};
     const std::string_view name = arguments.substr(at + word.size());

@@ -8,6 +8,7 @@
 
 #include "run/judge/Evidence.h"
 #include "run/judge/Failure.h"
+#include "run/judge/Phrases.h"
 #include "run/judge/Success.h"
 #include "run/judge/Transcript.h"
 
@@ -30,9 +31,9 @@ std::string inCall(const Run& run) {
 // The test of waiting has no other end than this one: it has passed when both of its threads have
 // come round and neither has got stuck with the other.
 bool waitedLongEnough(const Evidence& evidence, Run& run) {
-  const auto rounds = lastAfter(evidence.report, "C_GetSlotInfo : ");
+  const auto rounds = lastAfter(evidence.report, phrase::round);
   constexpr double longestSilence = 2;  // seconds
-  if (!evidence.test.is(Test::endless) || !rounds || !lastAfter(evidence.report, "Wait : ") ||
+  if (!evidence.test.is(Test::endless) || !rounds || !lastAfter(evidence.report, phrase::poll) ||
       evidence.ended.silence > longestSilence) {
     return false;
   }

@@ -6,6 +6,7 @@
 #include <array>
 
 #include "common/Numbers.h"
+#include "run/judge/Phrases.h"
 #include "run/judge/Transcript.h"
 
 namespace kestrel::run {
@@ -13,8 +14,8 @@ namespace kestrel::run {
 namespace {
 
 bool metToken(const Evidence& evidence) {
-  return std::ranges::any_of(
-      evidence.report, [](std::string_view line) { return line.ends_with("C_Login() passed"); });
+  return std::ranges::any_of(evidence.report,
+                             [](std::string_view line) { return saysPassed(line, "C_Login"); });
 }
 
 void judgeLogin(const Evidence& evidence, Run& run) {
@@ -34,13 +35,11 @@ void judgeSigning(const Evidence& evidence, Run& run) {
 
 // Of a multi-part decryption the report has the last part alone, which may be empty.
 void judgeDecryption(const Evidence& evidence, Run& run) {
-  using namespace std::string_view_literals;
-  constexpr std::string_view message = "this is a test string\0"sv;
   const bool whole = evidence.test.success == Success::plaintexts;
   const std::vector<std::string> dumps =
-      dumpsUnder(whole ? "Decrypted Message:" : "Decrypted data: ", evidence.report);
-  const auto wrong = [whole, message](const std::string& dump) {
-    return whole ? dump != message : !message.ends_with(dump);
+      dumpsUnder(whole ? phrase::messageDump : phrase::lastPartDump, evidence.report);
+  const auto wrong = [whole](const std::string& dump) {
+    return whole ? dump != phrase::message : !phrase::message.ends_with(dump);
   };
   if (dumps.empty()) return concludeNothing(evidence, run);
   if (std::ranges::any_of(dumps, wrong)) return conclude(run, Outcome::failed, "wrong plaintext");
@@ -53,11 +52,8 @@ void judgePinChange(const Evidence& evidence, Run& run) {
   const auto isOpen = [](const ReportedCall& call) { return call.name == "C_OpenSession"; };
   const auto lastOpen = std::find_if(run.calls.rbegin(), run.calls.rend(), isOpen);
   if (lastOpen == run.calls.rend()) return conclude(run, Outcome::nothingTested, "no token");
-  const std::optional<std::string_view> text =
-      lastAfter(evidence.report, "PIN change failed: return value: ");
-  const auto isDone = [](std::string_view line) {
-    return line == "C_Logout() passed: (2nd logout)";
-  };
+  const std::optional<std::string_view> text = lastAfter(evidence.report, phrase::pinChangeFailed);
+  const auto isDone = [](std::string_view line) { return line == phrase::secondLogout; };
   if (!text ||
       std::ranges::count_if(run.calls, isOpen) <= std::ranges::count_if(evidence.report, isDone)) {
     return;
@@ -72,7 +68,7 @@ void judgePinChange(const Evidence& evidence, Run& run) {
 }
 
 void judgePinFlags(const Evidence& evidence, Run& run) {
-  if (!lastAfter(evidence.report, "Flags: ")) {
+  if (!lastAfter(evidence.report, phrase::pinFlags)) {
     conclude(run, Outcome::nothingTested, "no reader");
   }
 }

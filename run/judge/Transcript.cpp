@@ -1,38 +1,20 @@
 #include "run/judge/Transcript.h"
 
 #include <algorithm>
-#include <array>
 #include <cctype>
+#include <utility>
 
 #include "common/Lines.h"
 #include "common/Numbers.h"
+#include "run/judge/Phrases.h"
 
 namespace kestrel::run {
 
 namespace {
 
-constexpr std::string_view promptStart = "Enter PIN for the card in slot ";
-constexpr std::string_view promptEnd = " (max length = 31): ";
-constexpr std::string_view passedMark = "() passed";
-constexpr std::string_view failedMark = "() failed : 0x";
-
-// Names of report lines that are not a function's.
-constexpr std::array<std::string_view, 10> otherNames{
-    "CKU_CONTEXT_SPECIFIC C_Login",
-    "C_WaitForSlotEvent(CKF_DONT_BLOCK) == CKR_OK",
-    "C_WaitForSlotEvent blocking == CKR_OK",
-    "C_WaitForSlot(CKF_DONT_BLOCK) == CKR_NO_EVENT",
-    "Find objects init",
-    "Find objects final",
-    "Find objects",
-    "verifySig",
-    "signByUpdate",
-    "Error encrypting message",
-};
-
 // The name of a call at the end of a text; empty if there is none.
 std::string_view nameAtEnd(std::string_view text) {
-  for (const std::string_view name : otherNames) {
+  for (const std::string_view name : phrase::otherCalls) {
     if (text.ends_with(name)) return name;
   }
   const std::size_t start = text.rfind("C_");
@@ -45,9 +27,9 @@ std::string_view nameAtEnd(std::string_view text) {
 
 std::optional<ReportedCall> readPassed(std::string_view line) {
   // changePinTest says behind it what the call did.
-  const std::size_t mark = line.find(passedMark);
+  const std::size_t mark = line.find(phrase::passed);
   if (mark == line.npos) return std::nullopt;
-  const std::string_view rest = line.substr(mark + passedMark.size());
+  const std::string_view rest = line.substr(mark + phrase::passed.size());
   const std::string_view head = line.substr(0, mark);
   const std::string_view name = nameAtEnd(head);
   if (name.empty() || (!rest.empty() && !rest.starts_with(": "))) return std::nullopt;
@@ -57,20 +39,22 @@ std::optional<ReportedCall> readPassed(std::string_view line) {
 }
 
 std::optional<ReportedCall> readFailed(std::string_view line) {
-  const std::size_t mark = line.rfind(failedMark);
+  const std::size_t mark = line.rfind(phrase::failed);
   if (mark == line.npos || !line.ends_with(']')) return std::nullopt;
   const std::string_view name = nameAtEnd(line.substr(0, mark));
-  if (name.empty() || !line.substr(0, mark - name.size()).ends_with("!!! ")) return std::nullopt;
-  const std::string_view tail = line.substr(mark + failedMark.size());
-  const std::size_t numberEnd = tail.find("!!! [");
+  if (name.empty() || !line.substr(0, mark - name.size()).ends_with(phrase::failureStart))
+    return std::nullopt;
+  const std::string_view tail = line.substr(mark + phrase::failed.size());
+  const std::size_t numberEnd = tail.find(phrase::valueStart);
   const auto value = readNumber<std::uint32_t>(tail.substr(0, numberEnd), 16);
   if (numberEnd == tail.npos || !value) return std::nullopt;
-  const std::string_view valueName = tail.substr(numberEnd + 5, tail.size() - numberEnd - 6);
-  return ReportedCall{std::string(name), false, *value, std::string(valueName)};
+  std::string valueName(tail.substr(numberEnd + phrase::valueStart.size()));
+  valueName.pop_back();
+  return ReportedCall{std::string(name), false, *value, std::move(valueName)};
 }
 
 std::string_view mechanismIn(std::string_view announcement) {
-  for (const std::string_view start : {"Performing ", "Signature mechanism is "}) {
+  for (const std::string_view start : phrase::checkedMechanism) {
     if (!announcement.starts_with(start)) continue;
     announcement.remove_prefix(start.size());
     return announcement.substr(0, announcement.find(' '));
@@ -81,11 +65,11 @@ std::string_view mechanismIn(std::string_view announcement) {
 }  // namespace
 
 std::optional<std::uint64_t> promptAtEnd(std::string_view output) {
-  if (!output.ends_with(promptEnd)) return std::nullopt;
-  output.remove_suffix(promptEnd.size());
-  const std::size_t start = output.rfind(promptStart);
+  if (!output.ends_with(phrase::promptEnd)) return std::nullopt;
+  output.remove_suffix(phrase::promptEnd.size());
+  const std::size_t start = output.rfind(phrase::promptStart);
   if (start == output.npos) return std::nullopt;
-  return readNumber<std::uint64_t>(output.substr(start + promptStart.size()));
+  return readNumber<std::uint64_t>(output.substr(start + phrase::promptStart.size()));
 }
 
 std::vector<std::string_view> linesOf(std::string_view text) {
@@ -113,16 +97,22 @@ std::optional<ReportedCall> lastFailure(const std::vector<std::string_view>& lin
   return std::nullopt;
 }
 
+bool saysPassed(std::string_view line, std::string_view call) {
+  if (!line.ends_with(phrase::passed)) return false;
+  line.remove_suffix(phrase::passed.size());
+  return line.ends_with(call);
+}
+
 bool isComplete(const std::vector<std::string_view>& lines) {
-  const auto teardown = std::find(lines.rbegin(), lines.rend(), "teardown test");
+  const auto teardown = std::find(lines.rbegin(), lines.rend(), phrase::teardown);
   return std::any_of(lines.rbegin(), teardown,
-                     [](std::string_view line) { return line.ends_with("C_Finalize() passed"); });
+                     [](std::string_view line) { return saysPassed(line, "C_Finalize"); });
 }
 
 std::string namedCall(const std::vector<std::string_view>& errors) {
   for (auto line = errors.rbegin(); line != errors.rend(); ++line) {
-    if (!line->starts_with("kestrel: ")) continue;
-    for (const std::string_view owner : {" the module's ", " the PC/SC service's "}) {
+    if (!line->starts_with(phrase::kestrelSays)) continue;
+    for (const std::string_view owner : {phrase::ofModule, phrase::ofService}) {
       const std::size_t start = line->find(owner);
       const std::size_t end = line->find("()", start);
       if (start == line->npos || end == line->npos) continue;
@@ -145,13 +135,13 @@ Signatures countSignatures(const std::vector<std::string_view>& lines) {
   Signatures signatures;
   // No call of the module lies between the lines of a check: they stand together.
   for (std::size_t i = 0; i + 1 < lines.size(); ++i) {
-    if (lines[i] != "getting public key in openssl function") continue;
+    if (lines[i] != phrase::checkStart) continue;
     signatures.last = mechanismIn(lines[i + 1]);
-    if (i + 2 < lines.size() && lines[i + 2] == "verifySig() passed") ++signatures.unchecked;
-    if (i + 3 < lines.size() && lines[i + 3] == "verifySig() passed" &&
-        lines[i + 2].ends_with(" signature verification passed")) {
-      ++signatures.verified;
-    }
+    const auto passedAt = [&lines](std::size_t line) {
+      return line < lines.size() && saysPassed(lines[line], phrase::verification);
+    };
+    if (passedAt(i + 2)) ++signatures.unchecked;
+    if (passedAt(i + 3) && lines[i + 2].ends_with(phrase::verified)) ++signatures.verified;
   }
   return signatures;
 }
@@ -176,7 +166,7 @@ std::vector<std::string> dumpsUnder(std::string_view heading,
                                     const std::vector<std::string_view>& lines) {
   std::vector<std::string> dumps;
   for (std::size_t i = 2; i < lines.size(); ++i) {
-    if (lines[i] != heading || !lines[i - 1].empty() || !lines[i - 2].ends_with(passedMark))
+    if (lines[i] != heading || !lines[i - 1].empty() || !lines[i - 2].ends_with(phrase::passed))
       continue;
     std::string& dump = dumps.emplace_back();
     while (i + 1 < lines.size()) {

@@ -24,6 +24,9 @@ std::vector<ReportedCall> reportedCalls(const std::vector<std::string_view>& lin
 // The last failure line, whatever a module wrote before it on the same line; null if there is none.
 std::optional<ReportedCall> lastFailure(const std::vector<std::string_view>& lines);
 
+// Whether a line ends by saying that a call passed.
+bool saysPassed(std::string_view line, std::string_view call);
+
 // Whether kestrel came to its regular end: a tear-down that passed.
 bool isComplete(const std::vector<std::string_view>& lines);
 

@@ -8,7 +8,9 @@
 
 #include "common/FitText.h"
 #include "common/Lines.h"
+#include "common/Numbers.h"
 #include "harness/Tests.h"
+#include "run/judge/Phrases.h"
 #include "run/judge/Transcript.h"
 #include "run/results/Difference.h"
 
@@ -31,11 +33,9 @@ std::string withoutNumbers(std::string_view line) {
 
 // The lines of waitTest, which come as often as time allows.
 bool isCount(std::string_view line) {
-  for (const std::string_view start : {"C_GetSlotInfo : ", "Wait : "}) {
-    if (line.starts_with(start) && line.size() > start.size() &&
-        line.find_first_not_of("0123456789", start.size()) == line.npos) {
+  for (const std::string_view start : {phrase::round, phrase::poll}) {
+    if (line.starts_with(start) && readNumber<std::uint64_t>(line.substr(start.size())))
       return true;
-    }
   }
   return false;
 }
@@ -94,12 +94,12 @@ std::string comparable(const std::string& report) {
       continue;
     }
     if (signature && bytes != 0) result += fmt::format("(signature of {} bytes)\n", bytes);
-    signature = content == "Data in buffer after signature operation: ";
+    signature = content == phrase::signatureDump;
     bytes = 0;
     if (isCount(content)) continue;
-    if (content.starts_with("kestrel version: ")) {
+    if (content.starts_with(phrase::version)) {
       result += "kestrel version\n";
-    } else if (content.starts_with("--------- Private Key Handle: ")) {
+    } else if (content.starts_with(phrase::keyHandles)) {
       result += withoutNumbers(line);
     } else {
       result += line;

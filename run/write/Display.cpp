@@ -8,7 +8,9 @@
 #include <utility>
 
 #include "common/FitText.h"
+#include "common/Lines.h"
 #include "harness/Tests.h"
+#include "run/judge/Phrases.h"
 
 namespace kestrel::run {
 
@@ -51,7 +53,10 @@ void Display::beginTest(std::string_view test, unsigned run, unsigned runs) {
 
 void Display::progress(std::string_view output, double seconds) {
   if (!moving_) return;
-  for (std::size_t at = 0; (at = output.find("() passed\n", at)) != output.npos; ++at) ++calls_;
+  while (!output.empty()) {
+    const std::string_view line = takeLine(output);
+    calls_ += line.ends_with('\n') && withoutEnd(line).ends_with(phrase::passed);
+  }
   std::fputs(fmt::format("\r\x1b[K{} {:.0f} s, {} calls", running_, seconds, calls_).c_str(),
              stream_);
   std::fflush(stream_);

@@ -10,6 +10,7 @@
 
 #include "common/FitText.h"
 #include "common/Lines.h"
+#include "run/judge/Phrases.h"
 
 namespace kestrel::run {
 
@@ -195,9 +196,10 @@ void addPre(Node body, const char* title, std::string_view text) {
     text = shortened;
   }
   // A line that tells of a failure stands out.
+  const std::string failureLine = fmt::format("\n{}", phrase::failureStart);
   while (!text.empty()) {
-    const bool failure = text.starts_with("!!! ");
-    const std::size_t end = failure ? text.find('\n') : text.find("\n!!! ");
+    const bool failure = text.starts_with(phrase::failureStart);
+    const std::size_t end = failure ? text.find('\n') : text.find(failureLine);
     const std::size_t length = end == text.npos ? text.size() : end + 1;
     addText(failure ? add(pre, "strong") : pre, text.substr(0, length), Lines::kept);
     text.remove_prefix(length);
