@@ -161,5 +161,14 @@ TEST_F(Supervised, ShowsHowFarItIs) {
   EXPECT_GE(last, 0.5);
 }
 
+// A process may be gone between the look for it and the look at it.
+TEST_F(Supervised, IsLookedForAmongProcessesThatComeAndGo) {
+  how_.progress = [](std::string_view, double) {
+    for (int i = 0; i < 400; ++i) childProcesses();
+  };
+  const std::string busy = "(for i in $(seq 4000); do (:); done) & ";
+  EXPECT_EQ(run(busy + busy + "wait; echo done").report, "done\n");
+}
+
 }  // namespace
 }  // namespace kestrel

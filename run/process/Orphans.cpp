@@ -1,15 +1,15 @@
 #include "run/process/Orphans.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <filesystem>
-#include <fstream>
-#include <string>
 #include <string_view>
 
 #include "common/Descriptor.h"
@@ -23,12 +23,14 @@ namespace fs = std::filesystem;
 
 constexpr int dyingMilliseconds = 1000;  // after SIGKILL: longer is in the hands of a driver
 
-// From "PID (NAME) STATE PARENT ...", where the name may hold anything.
+// From "PID (NAME) STATE PARENT ...", where the name may hold anything. The process may be gone by
+// now, even between the open and the read: then it is nobody's child.
 pid_t parentOf(const fs::path& process) {
-  std::ifstream stream(process / "stat");
-  const std::string text(std::istreambuf_iterator<char>(stream), {});
-  std::string_view rest = text;
-  rest.remove_prefix(std::min(text.rfind(')'), text.size()));
+  const Descriptor file(open((process / "stat").c_str(), O_RDONLY | O_CLOEXEC));
+  std::array<char, 1024> bytes;
+  const ssize_t count = read(file.get(), bytes.data(), bytes.size());
+  std::string_view rest(bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+  rest.remove_prefix(std::min(rest.rfind(')'), rest.size()));
   rest.remove_prefix(std::min<std::size_t>(4, rest.size()));
   return readNumber<pid_t>(rest.substr(0, rest.find(' '))).value_or(0);
 }
