@@ -46,23 +46,27 @@ void judgeDecryption(const Evidence& evidence, Run& run) {
   run.reason = fmt::format("{} decrypted", dumps.size());
 }
 
-// The steps behind C_OpenSession; the first that fails ends the test, with status 0.
+// Each token has its C_OpenSession and then these steps twice, there and back. The first step that
+// fails ends the test with status 0 and a line that has its value and no name: it is the step
+// behind those that passed.
 void judgePinChange(const Evidence& evidence, Run& run) {
   constexpr std::array steps{"C_SetPIN", "C_Login", "C_Logout"};
-  const auto isOpen = [](const ReportedCall& call) { return call.name == "C_OpenSession"; };
-  const auto lastOpen = std::find_if(run.calls.rbegin(), run.calls.rend(), isOpen);
-  if (lastOpen == run.calls.rend()) return conclude(run, Outcome::nothingTested, "no token");
-  const std::optional<std::string_view> text = lastAfter(evidence.report, phrase::pinChangeFailed);
-  const auto isDone = [](std::string_view line) { return line == phrase::secondLogout; };
-  if (!text ||
-      std::ranges::count_if(run.calls, isOpen) <= std::ranges::count_if(evidence.report, isDone)) {
-    return;
+  std::size_t tokens = 0, passedSteps = 0;
+  for (const ReportedCall& call : run.calls) {
+    if (call.name == "C_OpenSession") {
+      ++tokens;
+      passedSteps = 0;
+    } else if (call.name != "C_Finalize") {
+      ++passedSteps;
+    }
   }
-  const auto passed = std::count_if(run.calls.rbegin(), lastOpen, [](const ReportedCall& call) {
-    return call.name != "C_Finalize";
-  });
-  failIn(run, steps[static_cast<std::size_t>(passed) % steps.size()],
-         static_cast<std::uint32_t>(readNumber<std::uint64_t>(*text).value_or(0)));
+  if (tokens == 0) return conclude(run, Outcome::nothingTested, "no token");
+  const auto finished =
+      static_cast<std::size_t>(std::ranges::count(evidence.report, phrase::secondLogout));
+  const std::optional<std::string_view> value = lastAfter(evidence.report, phrase::pinChangeFailed);
+  if (!value || finished >= tokens) return;  // or a text of the module's that looks like it
+  failIn(run, steps[passedSteps % steps.size()],
+         static_cast<std::uint32_t>(readNumber<std::uint64_t>(*value).value_or(0)));
   run.calls.push_back({run.call, false, *run.value, run.valueName});
   run.reason = fmt::format("PIN change failed, {} {}", run.call, run.valueName);
 }

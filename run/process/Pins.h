@@ -17,7 +17,8 @@ namespace kestrel {
 // Wiped when it goes.
 class Pin {
  public:
-  static constexpr std::size_t maxLength = 30;  // what kestrel reads of a line
+  // What kestrel keeps of a typed line. Its prompt says 31 bytes: these are with the terminator.
+  static constexpr std::size_t maxLength = 30;
 
   // Throws std::runtime_error, which does not quote it, for a PIN that would not reach the token as
   // it is; `source` says where it comes from. An empty one costs a try like any wrong one.

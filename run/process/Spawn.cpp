@@ -52,21 +52,16 @@ struct PseudoTerminal {
   }
 };
 
+void require(int error, const char* what) {
+  if (error != 0) fail(what, error);
+}
+
 // What posix_spawn() is told.
 class SpawnPlan {
  public:
   SpawnPlan() {
-    posix_spawn_file_actions_init(&actions_);
-    posix_spawnattr_init(&attributes_);
-    sigset_t none, defaults;
-    sigemptyset(&none);
-    sigemptyset(&defaults);
-    sigaddset(&defaults, SIGPIPE);
-    sigaddset(&defaults, SIGINT);  // by which a process is ended, also where a shell ignores it
-    posix_spawnattr_setsigmask(&attributes_, &none);
-    posix_spawnattr_setsigdefault(&attributes_, &defaults);
-    posix_spawnattr_setflags(&attributes_,
-                             POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    require(posix_spawn_file_actions_init(&actions_), "posix_spawn_file_actions_init");
+    require(posix_spawnattr_init(&attributes_), "posix_spawnattr_init");
   }
   ~SpawnPlan() {
     posix_spawn_file_actions_destroy(&actions_);
@@ -76,19 +71,21 @@ class SpawnPlan {
   SpawnPlan& operator=(const SpawnPlan&) = delete;
 
   void use(const Descriptor& source, int number) {
-    posix_spawn_file_actions_adddup2(&actions_, source.get(), number);
+    require(posix_spawn_file_actions_adddup2(&actions_, source.get(), number), "dup2");
   }
   // As the controlling terminal: the process leads a session that has none.
   void useTerminal(const std::string& name) {
-    posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, name.c_str(), O_RDWR, 0);
-    posix_spawn_file_actions_adddup2(&actions_, STDIN_FILENO, STDOUT_FILENO);
+    require(posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, name.c_str(), O_RDWR, 0),
+            "open");
+    require(posix_spawn_file_actions_adddup2(&actions_, STDIN_FILENO, STDOUT_FILENO), "dup2");
   }
 
   pid_t start(const Command& command) {
     if (!command.folder.empty()) {
-      posix_spawn_file_actions_addchdir_np(&actions_, command.folder.c_str());
+      require(posix_spawn_file_actions_addchdir_np(&actions_, command.folder.c_str()), "chdir");
     }
-    posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1);
+    require(posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1), "closefrom");
+    setSignals();
     std::vector<char*> arguments{const_cast<char*>(command.program.c_str())}, environment;
     const auto add = [](const std::vector<std::string>& texts, std::vector<char*>& to) {
       for (const std::string& text : texts) to.push_back(const_cast<char*>(text.c_str()));
@@ -99,13 +96,27 @@ class SpawnPlan {
     arguments.push_back(nullptr);
     environment.push_back(nullptr);
     pid_t process = -1;
-    const int error = posix_spawn(&process, command.program.c_str(), &actions_, &attributes_,
-                                  arguments.data(), environment.data());
-    if (error != 0) fail(command.program, error);
+    require(posix_spawn(&process, command.program.c_str(), &actions_, &attributes_,
+                        arguments.data(), environment.data()),
+            command.program.c_str());
     return process;
   }
 
  private:
+  void setSignals() {
+    sigset_t none, defaults;
+    sigemptyset(&none);
+    sigemptyset(&defaults);
+    sigaddset(&defaults, SIGPIPE);
+    sigaddset(&defaults, SIGINT);  // by which a process is ended, also where a shell ignores it
+    require(posix_spawnattr_setsigmask(&attributes_, &none), "posix_spawnattr_setsigmask");
+    require(posix_spawnattr_setsigdefault(&attributes_, &defaults),
+            "posix_spawnattr_setsigdefault");
+    require(posix_spawnattr_setflags(
+                &attributes_, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF),
+            "posix_spawnattr_setflags");
+  }
+
   posix_spawn_file_actions_t actions_;
   posix_spawnattr_t attributes_;
 };
@@ -129,8 +140,9 @@ Child spawn(const Command& command, const OperatorTerminal* model) {
   if (model != nullptr) {
     PseudoTerminal terminal(*model);
     plan.useTerminal(terminal.slave);
+    child.input = Descriptor(fcntl(terminal.master.get(), F_DUPFD_CLOEXEC, 0));
+    if (child.input.get() < 0) fail("dup");
     child.process = plan.start(command);
-    child.input = Descriptor(dup(terminal.master.get()));
     child.output = std::move(terminal.master);
   } else {
     Pipe input, output;

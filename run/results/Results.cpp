@@ -28,6 +28,13 @@ const TestResult* ModuleResult::find(const std::string& test) const {
   return found == tests.end() ? nullptr : &*found;
 }
 
+const Change* Results::findChange(const std::string& module, const std::string& test) const {
+  const auto all = everyChange();
+  const auto found = std::ranges::find_if(
+      all, [&](const Change& change) { return change.module == module && change.test == test; });
+  return found == all.end() ? nullptr : &*found;
+}
+
 OutcomeCounts Results::countOutcomes() const {
   OutcomeCounts counts{};
   eachTest([&](const ModuleResult&, const TestResult& test) {

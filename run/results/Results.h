@@ -58,6 +58,7 @@ struct Results {
     return changes ? std::span<const Change>(*changes) : std::span<const Change>();
   }
 
+  const Change* findChange(const std::string& module, const std::string& test) const;  // or null
   OutcomeCounts countOutcomes() const;
   std::vector<std::string> testNames() const;  // of all modules, each once, in their order
   bool allPassed() const;
