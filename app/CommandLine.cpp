@@ -2,14 +2,17 @@
 
 #include <openssl/crypto.h>
 
+#include <algorithm>
+#include <string>
 #include <string_view>
 
 #include "app/TestRegistry.h"
 #include "harness/Output.h"
+#include "harness/Tests.h"
 
 namespace {
 
-constexpr std::string_view usage =
+constexpr std::string_view usageHead =
     R"(Usage: [option] [arguments]
 Options:
   -pw [password]      Set the password.
@@ -17,25 +20,22 @@ Options:
   -a                  Run selected tests with every certificates.
 
 Arguments:
-  all                 Run all tests.
-  printInfo           Print Reader and Token info.
-  libInfo             Print PKCS#11 Lib info.
-  listSlots           Print Slot info.
-  listTokens          Print Token info.
-  login               Test logging into card.
-  signData            Test all Signing Mechanisms.
-  decryptData         Test Decryption.
-  findObjectsTest     Test Objects and Attributes.
-  decryptUpdate       Test Decryption by update.
-  signUpdate          Test Signature by update.
-  changePinTest       Test card pin change.
-  negativeTests       Perform Negative Tests.
-  displayCertificates Output all the certificates on card.
-  opensslVersion      Print system OpenSSL version.
-  dontBlockTest       Run the non-blocking test.
-  tokenInfoTest       Run the token information test.
-  waitTest            Run the wait test.
 )";
+
+constexpr std::size_t nameWidth = 20;
+static_assert(std::ranges::all_of(kestrel::tests, [](const kestrel::Test& test) {
+  return test.advertised.size() < nameWidth;
+}));
+
+void printUsageLine(std::string_view name, std::string_view text) {
+  report << "  " << name << std::string(nameWidth - name.size(), ' ') << text << '\n';
+}
+
+void printUsage() {
+  report << usageHead;
+  printUsageLine("all", "Run all tests.");
+  for (const kestrel::Test& test : kestrel::tests) printUsageLine(test.advertised, test.usage);
+}
 
 void takePin(TestManager& manager, char* argument) {
   manager.setPin(argument, 0);
@@ -46,7 +46,7 @@ void takePin(TestManager& manager, char* argument) {
 
 int runCommandLine(int argc, char** argv) {
   TestManager manager;
-  if (argc <= 1) report << usage;
+  if (argc <= 1) printUsage();
   for (int i = 1; i < argc; ++i) {
     const std::string_view argument = argv[i];
     if (argument == "-pw") {
@@ -57,11 +57,12 @@ int runCommandLine(int argc, char** argv) {
       takePin(manager, argv[i]);
     } else if (argument == "-d") {
       manager.debug = true;
-    } else if (const TestEntry* entry = findTest(argument)) {
+    } else if (const TestEntry* entry = findEntry(argument)) {
       if (entry->needsSetup) manager.setup();
       entry->run(manager);
     } else {
-      report << "No test matches '" << argument << "'.\n" << usage;
+      report << "No test matches '" << argument << "'.\n";
+      printUsage();
       break;
     }
   }

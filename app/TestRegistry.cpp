@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <span>
 
 #include "harness/Output.h"
+#include "harness/Tests.h"
 
 namespace {
 
@@ -29,33 +31,30 @@ constexpr std::array TestRegistry{
     TestEntry{"findObjectsTest", run<&TestManager::findObjectsTest>},
     TestEntry{"decryptUpdate", run<&TestManager::decryptUpdate>},
     TestEntry{"signUpdate", run<&TestManager::signUpdate>},
+    TestEntry{"changePinTest", run<&TestManager::changePinTest>},
     TestEntry{"negativeTests", run<&TestManager::negativeTests>},
     TestEntry{"displayCertificates", run<&TestManager::displayCertificates>},
     TestEntry{"printOpensslVersion", run<&TestManager::printOpensslVersion>},
     TestEntry{"dontBlockTest", run<&TestManager::dontBlockTest>},
     TestEntry{"tokenInfoTest", run<&TestManager::tokenInfoTest>},
     TestEntry{"waitTest", run<&TestManager::waitTest>},
-    TestEntry{"changePinTest", run<&TestManager::changePinTest>},
 };
 
-// What "all" runs, in this order: what needs neither the operator's hands nor a PIN to lose.
-constexpr void (*everyTest[])(TestManager&) = {
-    run<&TestManager::printInfo>,     run<&TestManager::libInfo>,
-    run<&TestManager::listSlots>,     run<&TestManager::listTokens>,
-    run<&TestManager::login>,         run<&TestManager::signData>,
-    run<&TestManager::decryptData>,   run<&TestManager::findObjectsTest>,
-    run<&TestManager::decryptUpdate>, run<&TestManager::signUpdate>,
-    run<&TestManager::negativeTests>, run<&TestManager::displayCertificates>,
-};
+constexpr std::span testEntries = std::span(TestRegistry).subspan<2>();
+static_assert(std::ranges::equal(testEntries, kestrel::tests, {}, &TestEntry::name,
+                                 &kestrel::Test::name),
+              "every test of the table has its operation here, in the same order");
 
 }  // namespace
 
 void TestManager::runAll() {
   report << "Test - run all available test functions..." << std::endl;
-  for (const auto test : everyTest) test(*this);
+  for (std::size_t i = 0; i < testEntries.size(); ++i) {
+    if (kestrel::tests[i].is(kestrel::Test::inAll)) testEntries[i].run(*this);
+  }
 }
 
-const TestEntry* findTest(std::string_view name) {
+const TestEntry* findEntry(std::string_view name) {
   const auto* entry = std::ranges::find(TestRegistry, name, &TestEntry::name);
   return entry == TestRegistry.end() ? nullptr : entry;
 }

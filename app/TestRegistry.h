@@ -1,4 +1,5 @@
-// The names that the command line knows, and what each runs.
+// The names that the command line knows, and what each runs. What else there is to know of a test
+// stands in harness/Tests.h.
 #pragma once
 
 #include <string_view>
@@ -13,4 +14,4 @@ struct TestEntry {
 };
 
 // The entry of exactly this name, case included; null for an unknown one.
-const TestEntry* findTest(std::string_view name);
+const TestEntry* findEntry(std::string_view name);

@@ -18,8 +18,6 @@ install(TARGETS kestrel RUNTIME)
 install_compressed(doc/kestrel.1 kestrel.1.gz ${CMAKE_INSTALL_MANDIR}/man1)
 if(KESTREL_RUN)
   install_compressed(doc/kestrel-run.1 kestrel-run.1.gz ${CMAKE_INSTALL_MANDIR}/man1)
-  install(FILES completion/kestrel-run.bash RENAME kestrel-run
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 endif()
 if(KESTREL_PROBE)
   install_compressed(doc/kestrel-probe.1 kestrel-probe.1.gz ${CMAKE_INSTALL_MANDIR}/man1)
@@ -34,8 +32,6 @@ if(KESTREL_SHIM)
 endif()
 install_compressed(doc/changelog.debian changelog.gz ${CMAKE_INSTALL_DOCDIR})
 install(FILES doc/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(FILES completion/kestrel.bash RENAME kestrel
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_CONTACT "kestrel maintainers <maintainers@kestrel.invalid>")

@@ -1,10 +1,12 @@
 #include "harness/TestManager.h"
 
+#include "harness/ModulePath.h"
 #include "harness/Report.h"
 
 namespace {
 
-constexpr char modulePath[] = "./libnorvalepk11.so";
+using kestrel::modulePath;
+
 constexpr char separator[] = "---------------------------------------\n";
 
 [[noreturn]] void endWithoutModule() {

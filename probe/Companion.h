@@ -10,7 +10,7 @@
 #include "probe/Check.h"
 #include "probe/Outside.h"
 #include "probe/Record.h"
-#include "run/Descriptor.h"
+#include "common/Descriptor.h"
 
 namespace kestrel::probe {
 

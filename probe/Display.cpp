@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "probe/Values.h"
-#include "run/Text.h"
+#include "common/FitText.h"
 
 namespace kestrel::probe {
 

@@ -5,7 +5,7 @@
 #include <system_error>
 
 #include "probe/Values.h"
-#include "run/Text.h"
+#include "common/FitText.h"
 
 namespace kestrel::probe {
 

@@ -10,7 +10,7 @@
 #include "probe/Attributes.h"
 #include "probe/Check.h"
 #include "probe/Outside.h"
-#include "run/Pins.h"
+#include "run/process/Pins.h"
 
 namespace kestrel::probe {
 

@@ -17,9 +17,9 @@
 #include "probe/Start.h"
 #include "probe/Supervisor.h"
 #include "probe/Values.h"
-#include "run/Interrupt.h"
-#include "run/Pins.h"
-#include "run/Terminal.h"
+#include "run/process/Interrupt.h"
+#include "run/process/Pins.h"
+#include "run/process/OperatorTerminal.h"
 
 namespace kestrel::probe {
 
@@ -77,7 +77,7 @@ class Run {
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     if (!options.pinFile.empty()) pins_.readFile(options.pinFile);
     pins_.takeFromEnvironment();
-    terminal_ = Terminal::open();
+    terminal_ = OperatorTerminal::open();
     pins_.askOn(terminal_.get(), interrupt_);
   }
 
@@ -165,7 +165,7 @@ class Run {
   const Options& options_;
   Board& board_;
   Interrupt interrupt_;
-  std::unique_ptr<Terminal> terminal_;
+  std::unique_ptr<OperatorTerminal> terminal_;
   Pins pins_;
   Target target_;
   std::optional<JsonLines> json_;

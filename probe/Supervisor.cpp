@@ -15,8 +15,8 @@
 #include <system_error>
 
 #include "probe/Record.h"
-#include "run/Descriptor.h"
-#include "run/Orphans.h"
+#include "common/Descriptor.h"
+#include "run/process/Orphans.h"
 
 namespace kestrel::probe {
 

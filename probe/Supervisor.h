@@ -9,7 +9,7 @@
 #include "probe/Board.h"
 #include "probe/Check.h"
 #include "probe/Worker.h"
-#include "run/Interrupt.h"
+#include "run/process/Interrupt.h"
 
 namespace kestrel::probe {
 

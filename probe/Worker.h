@@ -8,7 +8,7 @@
 
 #include "probe/Board.h"
 #include "probe/Check.h"
-#include "run/Pins.h"
+#include "run/process/Pins.h"
 
 namespace kestrel::probe {
 

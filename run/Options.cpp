@@ -8,6 +8,10 @@
 #include <string_view>
 #include <system_error>
 
+#include "common/Installation.h"
+
+namespace kestrel::run {
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -20,7 +24,7 @@ std::vector<const Test*> selectTests(const std::vector<std::string>& names) {
   for (const std::string& name : names) {
     if (name != "all") add(findTest(name));
     for (const Test& test : tests) {
-      if (name == "all" && test.inAll) add(&test);
+      if (name == "all" && test.is(Test::inAll)) add(&test);
     }
   }
   return selected;
@@ -38,17 +42,16 @@ fs::path programAt(const std::string& path) {
   return fs::absolute(path);
 }
 
-}  // namespace
-
-CommandLine readCommandLine(int argc, char** argv) {
-  CommandLine line;
-  Options& options = line.options;
-  std::vector<std::string> names{"all"}, modules;
+// What the options are made of.
+struct Words {
+  std::vector<std::string> tests{"all"}, modules;
   std::string kestrel;
-  CLI::App app("Runs the tests of kestrel on PKCS#11 modules and says what came of each.",
-               "kestrel-run");
+};
+
+void addRunOptions(CLI::App& app, Words& words, Options& options) {
   app.set_version_flag("-V,--version", "kestrel-run " KESTREL_VERSION);
-  app.add_option("-t,--test", names, "Run this test (repeatable; default: the twelve of \"all\")")
+  app.add_option("-t,--test", words.tests,
+                 "Run this test (repeatable; default: the twelve of \"all\")")
       ->type_name("NAME")
       ->allow_extra_args(false)
       ->check(CLI::Validator(knownTest, ""));
@@ -64,7 +67,9 @@ CommandLine readCommandLine(int argc, char** argv) {
       ->type_name("N");
   app.add_option("--between", options.between, "Run by the shell after each test")
       ->type_name("COMMAND");
-  ShimOptions& shim = options.shim;
+}
+
+void addShimOptions(CLI::App& app, ShimOptions& shim) {
   app.add_option("--token", shim.token, "Only the tokens of this label or \"pkcs11:\" URI")
       ->type_name("TOKEN");
   app.add_option("--mechanisms", shim.mechanisms,
@@ -75,26 +80,54 @@ CommandLine readCommandLine(int argc, char** argv) {
       ->type_name("NAME")
       ->allow_extra_args(false);
   app.add_flag("--trace", shim.trace, "Record each call with its arguments and its time");
-  app.add_option("-o,--out", options.out, "Keep every report, and the results as results.json")
+}
+
+void addResultOptions(CLI::App& app, Options& options) {
+  Destinations& destinations = options.destinations;
+  app.add_option("-o,--out", destinations.out, "Keep every report, and the results as results.json")
       ->type_name("DIR");
   app.add_option("--baseline", options.baseline, "Compare with an earlier --out")->type_name("DIR");
   const auto file = [&app](const char* name, std::string& path, const char* text) {
     app.add_option(name, path, text)->type_name("FILE");
   };
-  file("--junit", options.junit, "Write JUnit XML (\"-\" is standard output, also below)");
-  file("--json", options.json, "Write the results as JSON");
-  file("--markdown", options.markdown, "Write the table as Markdown");
-  file("--html", options.html, "Write a page to look at");
-  app.add_option("--kestrel", kestrel,
+  file("--junit", destinations.junit, "Write JUnit XML (\"-\" is standard output, also below)");
+  file("--json", destinations.json, "Write the results as JSON");
+  file("--markdown", destinations.markdown, "Write the table as Markdown");
+  file("--html", destinations.html, "Write a page to look at");
+}
+
+void addOtherOptions(CLI::App& app, Words& words, Options& options) {
+  app.add_option("--kestrel", words.kestrel,
                  "The kestrel to run (default: beside kestrel-run, then PATH)")
       ->type_name("PATH");
   app.add_flag("-q,--quiet", options.quiet, "Show only what did not pass, and the totals");
-  app.add_option("module", modules, "Default: the software token")->type_name("[NAME=]MODULE");
+  app.add_option("module", words.modules, "Default: the software token")
+      ->type_name("[NAME=]MODULE");
+}
+
+// The library would take the next argument for the value of "--name=".
+const char* withoutValue(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
-    // The library would take the next argument for the value.
     const std::string_view argument = argv[i];
-    if (!argument.starts_with("--") || argument.find('=') != argument.size() - 1) continue;
-    std::fprintf(stderr, "%s: no value\n", argv[i]);
+    if (argument.starts_with("--") && argument.find('=') == argument.size() - 1) return argv[i];
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+CommandLine readCommandLine(int argc, char** argv) {
+  CommandLine line;
+  Options& options = line.options;
+  Words words;
+  CLI::App app("Runs the tests of kestrel on PKCS#11 modules and says what came of each.",
+               "kestrel-run");
+  addRunOptions(app, words, options);
+  addShimOptions(app, options.shim);
+  addResultOptions(app, options);
+  addOtherOptions(app, words, options);
+  if (const char* argument = withoutValue(argc, argv)) {
+    std::fprintf(stderr, "%s: no value\n", argument);
     line.status = 2;
     return line;
   }
@@ -104,9 +137,12 @@ CommandLine readCommandLine(int argc, char** argv) {
     line.status = app.exit(error) == 0 ? 0 : 2;
     return line;
   }
-  options.tests = selectTests(names);
-  options.kestrel = kestrel.empty() ? findKestrel() : programAt(kestrel);
-  options.ownToken = modules.empty();
-  options.modules = modules.empty() ? std::vector{softwareToken()} : nameModules(modules);
+  options.tests = selectTests(words.tests);
+  options.kestrel = words.kestrel.empty() ? findKestrel() : programAt(words.kestrel);
+  options.ownToken = words.modules.empty();
+  options.modules =
+      words.modules.empty() ? std::vector{softwareToken()} : nameModules(words.modules);
   return line;
 }
+
+}  // namespace kestrel::run

@@ -5,8 +5,11 @@
 #include <string>
 #include <vector>
 
-#include "run/Modules.h"
-#include "run/Tests.h"
+#include "common/ModuleNames.h"
+#include "harness/Tests.h"
+#include "run/write/Writers.h"
+
+namespace kestrel::run {
 
 // What the module in between is told; it is there only when one of these is given.
 struct ShimOptions {
@@ -25,9 +28,9 @@ struct Options {
   std::string pinFile;   // empty for none
   double timeout = 120;  // seconds, of one test; 0 for none
   unsigned repeat = 1;
-  std::string between;                      // a shell command; empty for none
-  std::string out, baseline;                // folders; empty for none
-  std::string junit, json, markdown, html;  // files; "-" is standard output; empty for none
+  std::string between;   // a shell command; empty for none
+  std::string baseline;  // a folder; empty for none
+  Destinations destinations;
   std::filesystem::path kestrel;
   bool quiet = false;
   ShimOptions shim;
@@ -41,3 +44,5 @@ struct CommandLine {
 };
 
 CommandLine readCommandLine(int argc, char** argv);
+
+}  // namespace kestrel::run

@@ -8,11 +8,18 @@
 #include <map>
 #include <set>
 
-#include "run/Outcome.h"
-#include "run/Process.h"
-#include "run/Report.h"
-#include "run/Shim.h"
-#include "run/Text.h"
+#include "common/FitText.h"
+#include "common/Installation.h"
+#include "harness/ModulePath.h"
+#include "run/ShimUse.h"
+#include "run/judge/Judge.h"
+#include "run/judge/Login.h"
+#include "run/judge/Phrases.h"
+#include "run/judge/Transcript.h"
+#include "run/process/Folder.h"
+#include "run/process/Supervise.h"
+
+namespace kestrel::run {
 
 namespace {
 
@@ -36,7 +43,7 @@ std::string now() {
 
 class Runner {
  public:
-  Runner(const Options& options, Pins& pins, Interrupt& interrupt, Terminal* terminal,
+  Runner(const Options& options, Pins& pins, Interrupt& interrupt, OperatorTerminal* terminal,
          Display& display)
       : options_(options),
         pins_(pins),
@@ -59,7 +66,7 @@ class Runner {
   const Options& options_;
   Pins& pins_;
   Interrupt& interrupt_;
-  Terminal* terminal_;
+  OperatorTerminal* terminal_;
   Display& display_;
   Results results_;
   // Where a PIN that opens the token was refused all the same, as security officer's for instance.
@@ -103,18 +110,18 @@ TestResult Runner::runTest(const Test& test) {
 
 Run Runner::runOnce(const Test& test, unsigned number) {
   if (std::string reason = whyNot(test); !reason.empty()) return notRun(std::move(reason));
-  if (!test.byOperator) display_.beginTest(test.name, number, options_.repeat);
+  if (!test.is(Test::byOperator)) display_.beginTest(test.name, number, options_.repeat);
   ShimFiles files;
   Ended ended = startKestrel(test, files);
   const std::vector<std::uint64_t> answered = ended.answered;
   Run run = judge(test, std::move(ended), options_.timeout);
-  if (test.logsIn) learn(test, run, answered);
+  if (test.is(Test::logsIn)) learn(test, run, answered);
   addFindings(std::move(files), run);
   for (std::string* text : {&run.report, &run.errors, &run.reason, &run.trace}) {
     pins_.removeFrom(*text);
   }
   if (results_.kestrelVersion.empty()) {
-    const auto version = lastAfter(linesOf(run.report), "kestrel version: ");
+    const auto version = lastAfter(linesOf(run.report), phrase::version);
     if (version) results_.kestrelVersion = version->substr(0, version->find(' '));
   }
   if (!options_.between.empty() && interrupt_.count() == 0) runBetween();
@@ -122,11 +129,11 @@ Run Runner::runOnce(const Test& test, unsigned number) {
 }
 
 std::string Runner::whyNot(const Test& test) const {
-  if (test.logsIn && !bar_.empty()) return bar_;
+  if (test.is(Test::logsIn) && !bar_.empty()) return bar_;
   if (const auto refused = refusedTests_.find(&test); refused != refusedTests_.end()) {
     return refused->second;
   }
-  if (test.byOperator && terminal_ == nullptr) return "wants an operator at a terminal";
+  if (test.is(Test::byOperator) && terminal_ == nullptr) return "wants an operator at a terminal";
   return "";
 }
 
@@ -134,15 +141,16 @@ Ended Runner::startKestrel(const Test& test, ShimFiles& files) {
   const TemporaryFolder folder;
   const bool between = options_.shim.isAsked();
   std::filesystem::create_symlink(between ? shimModule() : module_->path,
-                                  folder.path() / "libnorvalepk11.so");
+                                  folder.path() / modulePath);
   Supervision supervision{.interrupt = interrupt_, .timeout = options_.timeout};
-  supervision.patient = test.name == "changePinTest";  // that would leave another PIN behind
-  supervision.endless = test.name == "waitTest";
+  supervision.patient = test.is(Test::patient);
+  supervision.endless = test.is(Test::endless);
   Command command{options_.kestrel, {}, folder.path()};
-  if (test.byOperator) {
+  if (test.is(Test::byOperator)) {
     supervision.lent = terminal_;
   } else {
     command.arguments.push_back("-d");  // the prompt for a PIN wants no terminal
+    supervision.promptAtEnd = promptAtEnd;
     supervision.pin = [this](std::uint64_t position) { return answerPrompt(position); };
     if (display_.moves()) {
       supervision.progress = [this](std::string_view output, double seconds) {
@@ -153,7 +161,7 @@ Ended Runner::startKestrel(const Test& test, ShimFiles& files) {
   if (options_.everyKey) command.arguments.push_back("-a");
   command.arguments.emplace_back(test.name);
   if (between) {
-    command.environment = shimEnvironment(options_.shim, test.name, module_->path, folder.path());
+    command.environment = shimEnvironment(options_.shim, test, module_->path, folder.path());
   }
   Ended ended = supervise(command, supervision);
   if (between) files = readShimFiles(folder.path());
@@ -170,7 +178,7 @@ void Runner::learn(const Test& test, const Run& run, const std::vector<std::uint
   bar_ = barToLogin(test, run, accepted);
   if (bar_.empty() || answered.empty()) return;
   const std::string where = fmt::format("{} on {}", bar_, module_->name);
-  if (acceptedNow && test.name != "changePinTest") {
+  if (acceptedNow && !test.is(Test::changesPin)) {
     refusedTests_.emplace(&test, where);
   } else {
     pins_.refuse(answered.back(), where);
@@ -204,7 +212,9 @@ void Runner::runBetween() {
 
 }  // namespace
 
-Results runTests(const Options& options, Pins& pins, Interrupt& interrupt, Terminal* terminal,
-                 Display& display) {
+Results runTests(const Options& options, Pins& pins, Interrupt& interrupt,
+                 OperatorTerminal* terminal, Display& display) {
   return Runner(options, pins, interrupt, terminal, display).run();
 }
+
+}  // namespace kestrel::run

@@ -1,29 +1,22 @@
 // Wires the program: the command line, the runs, and what is written of them.
-#include <fcntl.h>
-
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <exception>
 #include <stdexcept>
 
-#include "run/Baseline.h"
 #include "run/Options.h"
-#include "run/Process.h"
 #include "run/Runner.h"
-#include "run/Shim.h"
-#include "run/Writers.h"
+#include "run/ShimUse.h"
+#include "run/process/Supervise.h"
+#include "run/results/Baseline.h"
+#include "run/write/Writers.h"
+
+namespace kestrel::run {
 
 namespace {
 
 constexpr int interruptedStatus = 130;
-
-// A closed standard stream must not become the number of a pipe.
-void openStandardStreams() {
-  for (int descriptor = 0; descriptor <= 2; ++descriptor) {
-    if (fcntl(descriptor, F_GETFD) < 0) open("/dev/null", O_RDWR);
-  }
-}
 
 void readPins(const Options& options, Pins& pins) {
   if (!options.pinFile.empty()) pins.readFile(options.pinFile);
@@ -33,13 +26,14 @@ void readPins(const Options& options, Pins& pins) {
 int runAll(const Options& options) {
   Pins pins;
   readPins(options, pins);
-  prepareFiles(options);
-  const std::optional<Results> baseline = readBaseline(options);
+  prepareFiles(options.destinations);
+  std::optional<Results> baseline;
+  if (!options.baseline.empty()) baseline = readBaseline(options.baseline);
   adoptOrphans();
   Interrupt interrupt;
   if (options.shim.isAsked()) checkShim(options, interrupt);
-  const std::unique_ptr<Terminal> terminal = Terminal::open();
-  Display display(usesStandardOutput(options) ? stderr : stdout, options.quiet);
+  const std::unique_ptr<OperatorTerminal> terminal = OperatorTerminal::open();
+  Display display(usesStandardOutput(options.destinations) ? stderr : stdout, options.quiet);
   if (options.ownToken && pins.empty()) {
     pins.setDefault("12345678");
   } else {
@@ -50,15 +44,13 @@ int runAll(const Options& options) {
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
   if (baseline) results.changes = compare(*baseline, results);
   display.finish(results, elapsed.count());
-  writeFiles(options, results);
+  writeFiles(options.destinations, results);
   if (!display.complete()) throw std::runtime_error("standard output cannot be written to");
   if (interrupt.count() > 0) return interruptedStatus;
   return results.acceptable() ? 0 : 1;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int runProgram(int argc, char** argv) {
   openStandardStreams();
   std::signal(SIGPIPE, SIG_IGN);
   try {
@@ -68,4 +60,12 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "kestrel-run: %s\n", exception.what());
     return 2;
   }
+}
+
+}  // namespace
+
+}  // namespace kestrel::run
+
+int main(int argc, char** argv) {
+  return kestrel::run::runProgram(argc, argv);
 }

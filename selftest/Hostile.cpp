@@ -17,16 +17,12 @@ namespace {
 
 CK_FUNCTION_LIST own, *token;
 
-void waitForever() {
-  for (;;) pause();
-}
-
 void leaveDaemon() {
   if (fork() != 0) return;
   setsid();
   if (fork() != 0) _exit(0);
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) std::signal(number, SIG_IGN);
-  waitForever();  // and keeps the pipes open
+  for (;;) pause();  // and keeps the pipes open
 }
 
 void leaveLitter() {
@@ -46,16 +42,10 @@ const std::map<std::string, void (*)()> deeds{
     {"daemon", leaveDaemon},
     {"litter", leaveLitter},
     {"prompt", imitatePrompt},
-    {"stop", [] { raise(SIGSTOP); }},
-    {"deaf", [] { std::signal(SIGINT, SIG_IGN), waitForever(); }},
     {"leave", [] { _exit(0); }},
     {"close",
      [] {
        for (int i = 0; i < 64; ++i) close(i);
-     }},
-    {"flood",
-     [] {
-       for (;;) std::puts("C_Sign() passed");
      }},
 };
 

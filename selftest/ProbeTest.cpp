@@ -9,7 +9,7 @@
 #include "probe/Judge.h"
 #include "probe/Returns.h"
 #include "probe/Supervisor.h"
-#include "run/Orphans.h"
+#include "run/process/Orphans.h"
 
 namespace kestrel::probe {
 

@@ -14,14 +14,16 @@
 #include <sstream>
 #include <system_error>
 
-#include "run/Baseline.h"
-#include "run/Files.h"
-#include "run/Html.h"
-#include "run/Json.h"
-#include "run/Junit.h"
-#include "run/Markdown.h"
-#include "run/Text.h"
+#include "common/Files.h"
+#include "common/FitText.h"
+#include "run/results/Baseline.h"
+#include "run/results/Difference.h"
+#include "run/write/Html.h"
+#include "run/write/Json.h"
+#include "run/write/Junit.h"
+#include "run/write/Markdown.h"
 
+namespace kestrel::run {
 namespace {
 
 namespace fs = std::filesystem;
@@ -338,7 +340,7 @@ TEST(Results, BaselineTellsWhatChanged) {
   auto waived = report("a\n");
   waived.waived["length-query"] = 1;
   const struct {
-    ::Run before, now;
+    kestrel::run::Run before, now;
     Change::Kind kind;
     std::string difference;
   } rows[] = {
@@ -461,3 +463,4 @@ TEST(Results, WhatIsNoPlainFileIsWrittenTo) {
 }
 
 }  // namespace
+}  // namespace kestrel::run

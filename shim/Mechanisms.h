@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "tests/Mechanisms.h"
+#include "harness/SignatureMechanisms.h"
 
 struct SigningMechanism {
   CK_MECHANISM_TYPE type = 0;

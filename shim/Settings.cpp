@@ -1,7 +1,6 @@
 #include "shim/Settings.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <cstdlib>
 #include <stdexcept>
@@ -10,9 +9,6 @@
 #include "shim/Names.h"
 
 namespace {
-
-constexpr std::array<const char*, static_cast<std::size_t>(Waiver::count)> waiverNames{
-    "length-query", "salt-length", "fixed-slot", "read-only"};
 
 [[noreturn]] void reject(std::string_view what, std::string_view value) {
   throw std::runtime_error(std::string(what).append(" '").append(value).append("'"));
@@ -60,13 +56,13 @@ MechanismList readMechanisms(std::string_view list) {
 auto readWaivers(std::string_view list) {
   decltype(Settings::waived) waived;
   forEachItem(list, [&](std::string_view item) {
-    const auto* const name = std::ranges::find(waiverNames, item);
+    const auto* const row = std::ranges::find(waiverRows, item, &WaiverRow::name);
     if (item == "all") {
       waived.set();
-    } else if (name == waiverNames.end()) {
+    } else if (row == waiverRows.end()) {
       reject("unknown waiver", item);
     } else {
-      waived.set(static_cast<std::size_t>(name - waiverNames.begin()));
+      waived.set(static_cast<std::size_t>(row->waiver));
     }
   });
   return waived;
@@ -80,10 +76,6 @@ std::string_view trimmed(const CK_UTF8CHAR (&field)[width]) {
 }
 
 }  // namespace
-
-const char* waiverName(Waiver waiver) {
-  return waiverNames[static_cast<std::size_t>(waiver)];
-}
 
 TokenPattern::TokenPattern(const std::string& pattern) : label_(pattern) {
   if (pattern.empty()) throw std::runtime_error("the token pattern is empty");

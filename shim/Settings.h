@@ -24,10 +24,7 @@
 #include <vector>
 
 #include "harness/Pkcs11.h"
-
-enum class Waiver { lengthQuery, saltLength, fixedSlot, readOnly, count };
-
-const char* waiverName(Waiver waiver);
+#include "shim/Waivers.h"
 
 // The tokens to be shown.
 class TokenPattern {

@@ -6,9 +6,9 @@
 
 #include "harness/Bytes.h"
 #include "harness/Report.h"
+#include "harness/SignatureMechanisms.h"
 #include "harness/Slots.h"
 #include "harness/TestManager.h"
-#include "tests/Mechanisms.h"
 
 namespace {
 
@@ -78,7 +78,7 @@ void Signing::form(CK_MECHANISM_TYPE type) {
   dataLength = writeTokenData(row == nullptr ? TokenData::message : row->tokenData, data.data());
   if (row == nullptr || row->padding != Padding::pss) return;
   // The salt length of all ones is no byte count: it asks for one as long as the digest.
-  pssParameters = {row->digest->pkcs11, row->digest->maskGeneration, ~CK_ULONG{0}};
+  pssParameters = {row->digest->type, row->digest->maskGeneration, ~CK_ULONG{0}};
   mechanism.pParameter = &pssParameters;
   mechanism.ulParameterLen = sizeof pssParameters;
 }

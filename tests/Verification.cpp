@@ -2,10 +2,13 @@
 // certificate beside the private key. The operator sees per signature what is checked and that it
 // passed; a wrong PKCS#1 v1.5 signature ends the run under a banner.
 
+#include <algorithm>
+#include <array>
+
 #include "harness/Openssl.h"
 #include "harness/Report.h"
+#include "harness/SignatureMechanisms.h"
 #include "harness/TestManager.h"
-#include "tests/Mechanisms.h"
 
 namespace {
 
@@ -16,11 +19,31 @@ struct Signature {
   CK_ULONG dataLength;
 };
 
+struct OpensslDigest {
+  const Digest* digest;
+  const EVP_MD* (*openssl)();
+};
+
+constexpr std::array opensslDigests{
+    OpensslDigest{&sha1, EVP_sha1},
+    OpensslDigest{&sha256, EVP_sha256},
+    OpensslDigest{&sha384, EVP_sha384},
+    OpensslDigest{&sha512, EVP_sha512},
+};
+
+constexpr const OpensslDigest* findDigest(const Digest* digest) {
+  return std::ranges::find(opensslDigests, digest, &OpensslDigest::digest);
+}
+
+static_assert(std::ranges::all_of(signatureMechanisms, [](const SignatureMechanism& row) {
+  return row.digest == nullptr || findDigest(row.digest) != opensslDigests.end();
+}));
+
 // In both checks only a result of 0 rejects, on purpose: a negative one says that OpenSSL could not
 // check, as with a certificate of another kind of key, and that is no fault of the signature.
 bool verifyPkcs1(EVP_MD_CTX* context, const Digest& digest, const Signature& signature,
                  EVP_PKEY* key) {
-  EVP_DigestInit_ex(context, digest.openssl(), nullptr);
+  EVP_DigestInit_ex(context, findDigest(&digest)->openssl(), nullptr);
   EVP_DigestUpdate(context, signature.data, signature.dataLength);
   return EVP_VerifyFinal(context, signature.bytes, static_cast<unsigned>(signature.length), key) !=
          0;
@@ -28,7 +51,8 @@ bool verifyPkcs1(EVP_MD_CTX* context, const Digest& digest, const Signature& sig
 
 bool verifyPss(EVP_MD_CTX* context, const Digest& digest, const Signature& signature,
                EVP_PKEY* key) {
-  if (EVP_DigestVerifyInit(context, nullptr, digest.openssl(), nullptr, key) == 0) return false;
+  if (EVP_DigestVerifyInit(context, nullptr, findDigest(&digest)->openssl(), nullptr, key) == 0)
+    return false;
   EVP_PKEY_CTX* const keyContext = EVP_MD_CTX_get_pkey_ctx(context);
   return keyContext != nullptr &&
          EVP_PKEY_CTX_set_rsa_padding(keyContext, RSA_PKCS1_PSS_PADDING) != 0 &&

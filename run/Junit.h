@@ -1,8 +1,0 @@
-// The results as JUnit XML, which build servers read; kestrel-run(1) says what becomes of what.
-#pragma once
-
-#include <string>
-
-#include "run/Results.h"
-
-std::string toJunit(const Results& results);

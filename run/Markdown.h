@@ -1,8 +1,0 @@
-// The results as a table of Markdown: a row a test, a column a module, as in the README.
-#pragma once
-
-#include <string>
-
-#include "run/Results.h"
-
-std::string toMarkdown(const Results& results);
