@@ -1,5 +1,6 @@
 #include "token/Harm.h"
 
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -42,6 +43,15 @@ void blockSignals() {
   sigprocmask(SIG_BLOCK, &all, nullptr);
 }
 
+// The file has that number then, in place of what had it.
+template <int descriptor>
+void takeOver() {
+  const int file = open("own", O_RDWR | O_CREAT, 0600);
+  if (file == descriptor) return;
+  dup2(file, descriptor);
+  close(file);
+}
+
 // Into the buffers of both, whatever these are.
 void print() {
   std::printf("printed by the token\n");
@@ -69,6 +79,9 @@ constexpr struct {
     {"unsync", [] { std::ios::sync_with_stdio(false); }},
     {"fclose", [] { std::fclose(stdout); }},
     {"lock", [] { flockfile(stdout); }},
+    {"close", [] { close_range(3, ~0U, 0); }},
+    {"stdin", takeOver<STDIN_FILENO>},
+    {"stdout", takeOver<STDOUT_FILENO>},
     {"return", [] {}},
 };
 
