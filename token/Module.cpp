@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "token/Call.h"
-#include "token/Text.h"
+#include "token/PaddedText.h"
 
 namespace {
 

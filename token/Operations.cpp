@@ -10,9 +10,9 @@
 #include <utility>
 
 #include "token/Call.h"
-#include "token/Mechanisms.h"
-#include "token/Objects.h"
 #include "token/Rsa.h"
+#include "token/TokenMechanisms.h"
+#include "token/TokenObjects.h"
 
 namespace {
 

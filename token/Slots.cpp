@@ -1,7 +1,7 @@
 // The entries of the software token for its slots, tokens and mechanisms.
 #include "token/Call.h"
-#include "token/Mechanisms.h"
-#include "token/Text.h"
+#include "token/PaddedText.h"
+#include "token/TokenMechanisms.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "token/Mechanisms.h"
+#include "token/TokenMechanisms.h"
 
 #include <openssl/evp.h>
 #include <openssl/rsa.h>

@@ -1,4 +1,4 @@
-#include "token/Objects.h"
+#include "token/TokenObjects.h"
 
 #include <algorithm>
 #include <cstring>
