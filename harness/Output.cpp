@@ -17,12 +17,12 @@
 #include <iostream>
 #include <streambuf>
 
+#include "harness/StandardStream.h"
+
 namespace {
 
 // Nothing here is ever destroyed or allocated: it serves until the last instruction, and on a heap
 // that the module ruined.
-int reportDescriptor = STDOUT_FILENO;
-int errorDescriptor = STDERR_FILENO;
 pid_t ownProcess = 0;  // 0 for any, in programs that do not care
 
 std::array<char, 16384> pending;
@@ -31,14 +31,6 @@ std::atomic<bool> writing = false;  // out of `pending`
 std::atomic<bool> failed = false;
 std::atomic<bool> batching = false;
 std::atomic<bool> due = false;
-
-// Above what shells and modules count from, so that modules get the numbers they always got.
-constexpr int firstDuplicate = 10;
-
-int duplicate(int descriptor) {
-  const int copy = fcntl(descriptor, F_DUPFD_CLOEXEC, firstDuplicate);
-  return copy < 0 ? descriptor : copy;
-}
 
 // One thread at a time may touch the report. A lock of its own: a handler has to see whether the
 // thread that it interrupted holds it.
@@ -78,17 +70,18 @@ class Turn {
 };
 
 // Whether a write that failed is worth another attempt.
-bool canGoOn(int error) {
+bool canGoOn(int error, int descriptor) {
   if (error == EAGAIN) {
-    pollfd ready{reportDescriptor, POLLOUT, 0};
+    pollfd ready{descriptor, POLLOUT, 0};
     poll(&ready, 1, -1);
     return true;
   }
-  if (error == EBADF && reportDescriptor != STDOUT_FILENO) {
-    reportDescriptor = STDOUT_FILENO;  // the module closed every number that it did not know
-    return true;
-  }
   return error == EINTR;
+}
+
+void giveUp(const char* reason) {
+  failed = true;
+  putError({"kestrel: the report cannot be written: ", reason, "\n"});
 }
 
 // The caller has the turn.
@@ -96,12 +89,12 @@ bool send() {
   if (!isOwnProcess()) _exit(1);
   writing = true;
   for (std::size_t sent = 0; sent < pendingLength && !failed;) {
-    const ssize_t count = write(reportDescriptor, pending.data() + sent, pendingLength - sent);
+    const int descriptor = standardOutput.descriptor();
+    const ssize_t count = write(descriptor, pending.data() + sent, pendingLength - sent);
     if (count >= 0) {
       sent += static_cast<std::size_t>(count);
-    } else if (!canGoOn(errno)) {
-      failed = true;
-      putError({"kestrel: the report cannot be written: ", strerrordesc_np(errno), "\n"});
+    } else if (!canGoOn(errno, descriptor)) {
+      giveUp(descriptor < 0 ? "the module took standard output" : strerrordesc_np(errno));
     }
   }
   pendingLength = 0;
@@ -174,8 +167,9 @@ void openOutput() {
   for (int descriptor = 0; descriptor <= 2; ++descriptor) {
     if (fcntl(descriptor, F_GETFD) < 0) open("/dev/null", O_RDWR);
   }
-  reportDescriptor = duplicate(STDOUT_FILENO);
-  errorDescriptor = duplicate(STDERR_FILENO);
+  standardInput.recognise();
+  standardOutput.keep();
+  standardError.keep();
   ownProcess = getpid();
 }
 
@@ -189,7 +183,7 @@ void writeReport(std::string_view text) {
 }
 
 void batchReport() {
-  batching = isatty(reportDescriptor) == 0;
+  batching = isatty(standardOutput.descriptor()) == 0;
 }
 
 bool reportIsDue() {
@@ -232,7 +226,7 @@ void putError(std::initializer_list<std::string_view> pieces) {
     parts[static_cast<std::size_t>(count++)] = {const_cast<char*>(piece.data()), piece.size()};
   }
   if (!isOwnProcess()) return;
-  [[maybe_unused]] const ssize_t written = writev(errorDescriptor, parts.data(), count);
+  [[maybe_unused]] const ssize_t written = writev(standardError.descriptor(), parts.data(), count);
 }
 
 void sayError(std::initializer_list<std::string_view> pieces) {

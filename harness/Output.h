@@ -1,8 +1,8 @@
 // Standard output and standard error as kestrel writes them. The module shares both descriptors,
 // the C library's streams and std::cout with kestrel and may spoil them all: what kestrel writes
-// has a buffer of its own, goes through duplicates of the descriptors, and is written by the
-// process that started only. A process that the module forked ends where it would write a report of
-// its own.
+// has a buffer of its own, goes to the streams that the process got (StandardStream.h), and is
+// written by the process that started only. A process that the module forked ends where it would
+// write a report of its own.
 #pragma once
 
 #include <initializer_list>

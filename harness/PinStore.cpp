@@ -3,8 +3,20 @@
 
 #include "harness/Report.h"
 #include "harness/Signals.h"
+#include "harness/StandardStream.h"
 #include "harness/Terminal.h"
 #include "harness/TestManager.h"
+
+namespace {
+
+// What the module put in the place of standard input is no PIN of the operator's.
+void requireInput() {
+  if (standardInput.descriptor() >= 0) return;
+  sayError({"kestrel: the module took standard input\n"});
+  endProgram(1);
+}
+
+}  // namespace
 
 void TestManager::setPin(const char* pin, std::uint64_t position) {
   const std::size_t length = std::strlen(pin);
@@ -27,12 +39,14 @@ void TestManager::getPin(std::uint64_t position) {
   report << std::dec << "Enter PIN for the card in slot " << position
          << " (max length = " << maxPinLength << "): ";
   const SignalsMet signals;
+  requireInput();
   if (!debug && !echoOff()) {
     sayError({"Error getting terminal attributes\n"});
     endProgram(-1);
   }
   flushReport();  // after that, so that not even a PIN typed at once is echoed
   readLine(text, Pin::maxLength);
+  requireInput();  // a thread of the module may have taken it only now
   if (!debug) echoOn();
   setPin(text, position);
 }

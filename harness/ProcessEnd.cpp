@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <exception>
 
 #include "harness/CallInFlight.h"
 #include "harness/Output.h"
@@ -100,14 +101,44 @@ void tidyUp() {
   salvageReport();
 }
 
+const char* whatWasThrown() {
+  try {
+    throw;
+  } catch (const std::exception& exception) {
+    return exception.what();
+  } catch (...) {
+    return "not a std::exception";
+  }
+}
+
+namespace {
+
+// The rest of the handlers is left out: nobody knows what they relied on.
+[[noreturn]] void endAfterException(int status) {
+  if (watching && isOwnProcess()) {
+    putError({"kestrel: an exception left the module at the end of the process: ", whatWasThrown(),
+              "\n"});
+    if (endingThread != pthread_self()) refuse(status);
+    status = ownStatus == 0 ? 1 : ownStatus.load();
+  }
+  endNow(status);
+}
+
+}  // namespace
+
 // These take the place of the C library's. Those run no handler, exit() not in a destructor of the
 // module's: a module that calls them would end the run in silence, with a status of its choice.
-// What a destructor throws passes through exit(), which its declaration in the header does not say.
+// What a destructor throws passes through the library's exit(), which its declaration in the header
+// denies: a handler around a call by that name might be left out by the compiler.
 extern "C" [[noreturn]] void exitOrRefuse(int status) __asm__("exit");
 void exitOrRefuse(int status) {
   if (handlersAreDone && isOwnProcess()) status = ownStatus;
   static const auto exitOfLibrary = reinterpret_cast<void (*)(int)>(dlsym(RTLD_NEXT, "exit"));
-  exitOfLibrary(status);
+  try {
+    exitOfLibrary(status);
+  } catch (...) {
+    endAfterException(status);
+  }
   endNow(status);
 }
 

@@ -21,8 +21,12 @@ void settleReport();
 void flushReport();
 
 // From now on an end that is not kestrel's (exit(), quick_exit() or _exit() from any thread) is
-// named on standard error, and the status is 1.
+// named on standard error, and the status is 1. So is an exception that leaves what the module does
+// at an exit.
 void refuseForeignEnds();
+
+// What the exception that is being handled says of itself.
+const char* whatWasThrown();
 
 // What is owed to the operator before the process goes, after the line that says why: the echo of
 // the terminal, no PIN in a core file, the report. For handlers.

@@ -3,11 +3,15 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
+#include <charconv>
 #include <csignal>
 #include <cstddef>
 #include <cstring>
+#include <iterator>
+#include <string_view>
 
 #include "harness/CallInFlight.h"
 #include "harness/Output.h"
@@ -16,8 +20,9 @@
 namespace {
 
 enum class Kind {
-  crash,  // the fault of the thread that gets it; met even where it is ignored
-  asked,  // by the operator or the shell, who know of it
+  crash,     // the fault of the thread that gets it; met even where it is ignored
+  asked,     // by the operator or the shell, who know of it
+  realTime,  // blocked, it may be one that a module waits for
   other,
 };
 
@@ -26,7 +31,7 @@ struct EndingSignal {
   Kind kind = Kind::other;
 };
 
-constexpr EndingSignal endingSignals[] = {
+constexpr EndingSignal ordinarySignals[] = {
     {SIGSEGV, Kind::crash},
     {SIGBUS, Kind::crash},
     {SIGFPE, Kind::crash},
@@ -51,13 +56,44 @@ constexpr EndingSignal endingSignals[] = {
     {SIGSTKFLT},
 };
 
+// The C library keeps the two below SIGRTMIN to itself.
+template <typename Function>
+void forEachEndingSignal(Function function) {
+  for (const EndingSignal& signal : ordinarySignals) function(signal);
+  for (int number = SIGRTMIN; number <= SIGRTMAX; ++number) function({number, Kind::realTime});
+}
+
+EndingSignal endingSignal(int number) {
+  const auto* const found = std::ranges::find(ordinarySignals, number, &EndingSignal::number);
+  return found == std::end(ordinarySignals) ? EndingSignal{number, Kind::realTime} : *found;
+}
+
+// As kill(1) has it: "TERM", "RTMIN", "RTMIN+3".
+class SignalName {
+ public:
+  explicit SignalName(int number) {
+    const char* const known = sigabbrev_np(number);
+    if (known != nullptr) {
+      name_ = known;
+    } else if (number > SIGRTMIN) {
+      const char* const end = std::to_chars(text_.data() + 6, text_.end(), number - SIGRTMIN).ptr;
+      name_ = {text_.data(), end};
+    }
+  }
+  operator std::string_view() const { return name_; }
+
+ private:
+  std::array<char, 9> text_{"RTMIN+"};
+  std::string_view name_ = "RTMIN";
+};
+
 constexpr std::size_t signalStackSize = std::size_t{64} * 1024;
 
 std::atomic<bool> interruptIsOrdinary = false;
 std::atomic<pthread_t> handlingThread = 0;
 
 void explain(const EndingSignal& signal) {
-  const char* const name = sigabbrev_np(signal.number);
+  const SignalName name(signal.number);
   const char* call = CallInFlight::name();
   const char* const first = CallInFlight::nameOnWatchedThread();
   // An interrupt may come to any thread; a broken pipe is the fault of the one that wrote.
@@ -95,8 +131,8 @@ bool isFirst(const EndingSignal& signal) {
 }
 
 void endBySignal(int number) {
-  for (const EndingSignal& signal : endingSignals) {
-    if (signal.number != number || !isOwnProcess() || !isFirst(signal)) continue;
+  const EndingSignal signal = endingSignal(number);
+  if (isOwnProcess() && isFirst(signal)) {
     if (number != SIGINT || !interruptIsOrdinary) explain(signal);
     tidyUp();
   }
@@ -128,11 +164,11 @@ void useSignalStack() {
 void installSignalHandlers() {
   useSignalStack();
   CallInFlight::watchThisThread();
-  for (const EndingSignal& signal : endingSignals) {
+  forEachEndingSignal([](const EndingSignal& signal) {
     struct sigaction action = {};
     sigaction(signal.number, nullptr, &action);
     if (action.sa_handler != SIG_IGN || signal.kind == Kind::crash) meet(signal.number);
-  }
+  });
 }
 
 void expectInterrupt() {
@@ -142,17 +178,17 @@ void expectInterrupt() {
 SignalsMet::SignalsMet() {
   sigset_t ending;
   sigemptyset(&ending);
-  for (const EndingSignal& signal : endingSignals) {
-    sigaddset(&ending, signal.number);
+  forEachEndingSignal([&](const EndingSignal& signal) {
+    if (signal.kind != Kind::realTime) sigaddset(&ending, signal.number);
     struct sigaction action = {};
     sigaction(signal.number, nullptr, &action);
-    if (isOurs(action) || action.sa_handler == SIG_IGN) continue;
+    if (isOurs(action) || action.sa_handler == SIG_IGN) return;
     if (action.sa_handler != SIG_DFL) {
-      if (signal.kind != Kind::asked) continue;
+      if (signal.kind != Kind::asked) return;
       replaced_.push_back({signal.number, action});
     }
     meet(signal.number);
-  }
+  });
   pthread_sigmask(SIG_UNBLOCK, &ending, &blocked_);
 }
 

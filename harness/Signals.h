@@ -20,8 +20,8 @@ void useSignalStack();
 void expectInterrupt();
 
 // While it lives, the signals that end the process are met as installSignalHandlers() has it, and
-// not blocked on this thread, whatever the module made of them. Handlers of the module's own for
-// crashes and timers stay: some modules live by them.
+// not blocked on this thread (but for real-time ones), whatever the module made of them. Handlers
+// of the module's own for crashes and timers stay: some modules live by them.
 class SignalsMet {
  public:
   SignalsMet();

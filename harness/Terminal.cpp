@@ -8,16 +8,22 @@
 #include <cerrno>
 #include <csignal>
 
+#include "harness/StandardStream.h"
+
 namespace {
 
 termios savedTerminal;
 struct sigaction stopsBefore;
 volatile std::sig_atomic_t echoIsOff = 0;
 
+void apply(const termios& modes) {
+  tcsetattr(standardInput.descriptor(), TCSANOW, &modes);
+}
+
 void hideEcho() {
   termios hidden = savedTerminal;
   hidden.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-  tcsetattr(STDIN_FILENO, TCSANOW, &hidden);
+  apply(hidden);
 }
 
 void handleStops(void (*handler)(int)) {
@@ -30,7 +36,7 @@ void handleStops(void (*handler)(int)) {
 // The shell gets its echo back while kestrel is stopped; the prompt goes on without it.
 void stopAtPrompt(int) {
   const int error = errno;
-  tcsetattr(STDIN_FILENO, TCSANOW, &savedTerminal);
+  apply(savedTerminal);
   handleStops(SIG_DFL);
   raise(SIGTSTP);  // stops here, until the shell continues the process
   handleStops(stopAtPrompt);
@@ -41,10 +47,11 @@ void stopAtPrompt(int) {
 // Input that is not ready yet is waited for.
 bool readByte(char& byte) {
   for (;;) {
-    const ssize_t count = read(STDIN_FILENO, &byte, 1);
+    const int input = standardInput.descriptor();
+    const ssize_t count = read(input, &byte, 1);
     if (count >= 0) return count == 1;
     if (errno == EAGAIN) {
-      pollfd ready{STDIN_FILENO, POLLIN, 0};
+      pollfd ready{input, POLLIN, 0};
       poll(&ready, 1, -1);
     } else if (errno != EINTR) {
       return false;
@@ -54,14 +61,15 @@ bool readByte(char& byte) {
 
 // A device such as /dev/zero: there may be no end of it, nor of its first line.
 bool mayBeEndless() {
+  const int input = standardInput.descriptor();
   struct stat status = {};
-  return fstat(STDIN_FILENO, &status) == 0 && S_ISCHR(status.st_mode) && isatty(STDIN_FILENO) == 0;
+  return fstat(input, &status) == 0 && S_ISCHR(status.st_mode) && isatty(input) == 0;
 }
 
 }  // namespace
 
 bool echoOff() {
-  if (tcgetattr(STDIN_FILENO, &savedTerminal) != 0) return false;
+  if (tcgetattr(standardInput.descriptor(), &savedTerminal) != 0) return false;
   echoIsOff = 1;
   sigaction(SIGTSTP, nullptr, &stopsBefore);
   if (stopsBefore.sa_handler != SIG_IGN) handleStops(stopAtPrompt);
@@ -70,13 +78,13 @@ bool echoOff() {
 }
 
 void echoOn() {
-  tcsetattr(STDIN_FILENO, TCSANOW, &savedTerminal);
+  apply(savedTerminal);
   sigaction(SIGTSTP, &stopsBefore, nullptr);
   echoIsOff = 0;
 }
 
 void restoreEcho() {
-  if (echoIsOff != 0) tcsetattr(STDIN_FILENO, TCSANOW, &savedTerminal);
+  if (echoIsOff != 0) apply(savedTerminal);
 }
 
 void readLine(char* buffer, std::size_t size) {

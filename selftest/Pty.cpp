@@ -80,6 +80,10 @@ int main(int argc, char** argv) {
   waitpid(child, &status, 0);
   std::fwrite(transcript.data(), 1, transcript.size(), stdout);
   std::putchar('\n');
-  if (WIFSIGNALED(status)) std::printf("[ended by %s]\n", sigabbrev_np(WTERMSIG(status)));
+  if (WIFSIGNALED(status)) {
+    const char* const name = sigabbrev_np(WTERMSIG(status));  // none for real-time signals
+    std::printf("[ended by %s]\n",
+                name == nullptr ? std::to_string(WTERMSIG(status)).c_str() : name);
+  }
   return WIFEXITED(status) ? WEXITSTATUS(status) : 0;
 }

@@ -69,8 +69,8 @@ const struct {
      "C_GetAttributeValue(session=1, object=11, attributes={}[2]) = CKR_ARGUMENTS_BAD 0x7"},
     {[](auto& m) { return attribute(m, CKA_ID, nullptr, 0); },
      "C_GetAttributeValue(session=1, object=11, attributes={CKA_ID=null[0]}[1]) = CKR_OK 0x0"},
-    {[](auto& m) { return attribute(m, CKA_START_DATE, bytes, 2); },
-     "C_GetAttributeValue(session=1, object=11, attributes={CKA_START_DATE=[2]}[1]) = "
+    {[](auto& m) { return attribute(m, CKA_VALUE, bytes, 2); },
+     "C_GetAttributeValue(session=1, object=11, attributes={CKA_VALUE=[2]}[1]) = "
      "CKR_ATTRIBUTE_TYPE_INVALID 0x12"},
 };
 

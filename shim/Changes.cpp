@@ -7,8 +7,8 @@
 #include <mutex>
 #include <new>
 
-#include "shim/Mechanisms.h"
 #include "shim/Shim.h"
+#include "shim/SigningMechanisms.h"
 
 namespace {
 

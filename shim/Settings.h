@@ -4,7 +4,7 @@
 //   KESTREL_SHIM_TOKEN=PATTERN     only the slots whose token has this label, or matches this
 //                                  "pkcs11:" URI (RFC 7512), are listed
 //   KESTREL_SHIM_MECHANISMS=LIST   only these mechanisms are listed: names, numbers, "signable",
-//                                  "multipart" (see shim/Mechanisms.h), separated by commas
+//                                  "multipart" (see shim/SigningMechanisms.h), separated by commas
 //   KESTREL_SHIM_WAIVE=LIST        deviations to step over, or "all" (see shim/Changes.h)
 //   KESTREL_SHIM_USED=FILE         gets a line "+NAME" when a waiver steps in, and "-NAME" when
 //   that

@@ -1,12 +1,17 @@
 #include "token/Call.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 
 #include "token/Harm.h"
 
 namespace {
+
+constexpr CK_ULONG maxShown = 64;  // bytes; of more the record has the count
 
 std::string show(CK_ULONG number) {
   char text[32];
@@ -29,6 +34,12 @@ std::string textOrHex(const CK_BYTE* bytes, CK_ULONG count) {
     return hex(bytes, count);
   }
   return std::string("'").append(bytes, bytes + count).append("'");
+}
+
+// Of another length there may be less than it says.
+bool isKnownSize(const CK_MECHANISM& mechanism) {
+  return mechanism.ulParameterLen == sizeof(CK_RSA_PKCS_PSS_PARAMS) ||
+         mechanism.ulParameterLen == sizeof(CK_RSA_PKCS_OAEP_PARAMS);
 }
 
 const std::string* overrideOf(const std::string& name, const std::string& suffix) {
@@ -73,17 +84,20 @@ Argument::Argument(const CK_ULONG* number)
     : text(number == nullptr ? std::string("null") : std::string("&").append(show(*number))) {}
 
 Argument::Argument(const CK_BYTE* bytes, CK_ULONG count)
-    : text(bytes == nullptr ? "null"
-           : count > 64     ? "bytes"
-                            : textOrHex(bytes, count)) {
+    : text(bytes == nullptr   ? "null"
+           : count > maxShown ? "bytes"
+                              : textOrHex(bytes, count)) {
   text.append("[").append(show(count)).append("]");
 }
 
 Argument::Argument(const CK_MECHANISM* mechanism) {
   text = mechanism == nullptr ? "null" : "mechanism " + show(mechanism->mechanism);
-  if (mechanism == nullptr || mechanism->pParameter == nullptr) return;
+  if (mechanism == nullptr || mechanism->pParameter == nullptr || !isKnownSize(*mechanism)) return;
   for (CK_ULONG i = 0; i < mechanism->ulParameterLen / sizeof(CK_ULONG); ++i) {
-    text.append(",").append(show(static_cast<const CK_ULONG*>(mechanism->pParameter)[i]));
+    CK_ULONG number;  // wherever the caller has it
+    std::memcpy(&number, static_cast<const CK_BYTE*>(mechanism->pParameter) + i * sizeof number,
+                sizeof number);
+    text.append(",").append(show(number));
   }
 }
 
@@ -92,35 +106,16 @@ Argument::Argument(const CK_ATTRIBUTE* attributes, CK_ULONG count, bool values) 
   for (CK_ULONG i = 0; attributes != nullptr && i < count; ++i) {
     const CK_ATTRIBUTE& a = attributes[i];
     text.append(i == 0 ? "{" : ",{").append(show(a.type)).append(" ");
-    text += a.pValue == nullptr ? "null" : values ? hex(a.pValue, a.ulValueLen) : "&";
+    const bool shown = values && a.ulValueLen <= maxShown;
+    text += a.pValue == nullptr ? "null" : shown ? hex(a.pValue, a.ulValueLen) : "&";
     text.append(" ").append(show(a.ulValueLen)).append("}");
   }
 }
 
-Token& token() {
-  static Token* const instance = new Token;  // outlives the threads that call it
-  return *instance;
-}
-
-namespace {
-
-void harmAt(const std::string& directive) {
-  if (const std::string* harm = overrideOf(directive, "")) doHarm(*harm);
-}
-
-// The module's own constructor and destructor.
-__attribute__((constructor)) void load() {
-  harmAt("load");
-}
-__attribute__((destructor)) void unload() {
-  harmAt("unload");
-}
-
-}  // namespace
-
 Call::Call(const char* name, std::initializer_list<Argument> arguments,
            std::vector<CK_ULONG*> outputs, bool early)
     : lock_(::token().mutex), name_(name), outputs_(std::move(outputs)) {
+  if (::token().initialized && ::token().process != getpid()) finalize();
   ++::token().calls[name_];
   record(name_, arguments);
   if (const std::string* value = overrideOf(name_, "")) {

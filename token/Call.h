@@ -7,41 +7,19 @@
 #include <string>
 #include <utility>
 
-#include "token/Config.h"
+#include "token/State.h"
 
 // One argument as the record shows it.
 struct Argument {
   std::string text;
   Argument(CK_ULONG number);
-  Argument(const void* pointer);            // null or &
-  Argument(const CK_ULONG* number);         // null or &value
-  Argument(const CK_MECHANISM* mechanism);  // type and parameter
+  Argument(const void* pointer);     // null or &
+  Argument(const CK_ULONG* number);  // null or &value
+  Argument(
+      const CK_MECHANISM* mechanism);  // type and, if it is no longer than any known, parameter
   Argument(const CK_ATTRIBUTE* attributes, CK_ULONG count, bool values);
   Argument(const CK_BYTE* bytes, CK_ULONG count);  // hexadecimal, or the count alone if long
 };
-
-struct Session {
-  Slot* slot = nullptr;
-  bool readWrite = false, searching = false;
-  std::vector<CK_OBJECT_HANDLE> found;
-  struct Operation {
-    bool active = false;
-    CK_MECHANISM_TYPE mechanism = 0;
-    const Object* key = nullptr;
-    std::string data;
-  } sign, decrypt;
-};
-
-struct Token {
-  Config config = readConfig();
-  bool initialized = false;
-  std::map<CK_SESSION_HANDLE, Session> sessions;
-  CK_SESSION_HANDLE lastSession = 0;
-  std::map<std::string, int> calls;
-  std::mutex mutex;
-};
-
-Token& token();
 
 // With a "random" directive: true now and then, with each seed more or less often.
 bool chance();

@@ -36,22 +36,6 @@ std::vector<std::string> split(const std::string& text, char separator) {
   return parts;
 }
 
-// DER of a certificate by name (see "certificate=" in Config.h).
-std::string certificateValue(const std::string& name) {
-  if (name == "empty") return "";
-  if (name == "garbage") return "this is no certificate";
-  if (name.find_first_not_of("0123456789") == std::string::npos)
-    return std::string(std::stoul(name), 'x');
-  BIO* pem = BIO_new_mem_buf(credential(name).pem, -1);
-  unsigned char* der = nullptr;
-  long length = 0;
-  PEM_bytes_read_bio(&der, &length, nullptr, PEM_STRING_X509, pem, nullptr, nullptr);
-  BIO_free(pem);
-  std::string value(reinterpret_cast<char*>(der), static_cast<std::size_t>(length));
-  OPENSSL_free(der);
-  return value;
-}
-
 // A key pair is a private key, a public key and a certificate, all of one CKA_ID.
 void addKey(Slot& slot, const std::string& value) {
   const std::vector<std::string> words = split(value, ',');
@@ -61,7 +45,7 @@ void addKey(Slot& slot, const std::string& value) {
   const std::string id(1, static_cast<char>(slot.objects.size() + 1));
   const Key key{words[0], has("context") || has("always"), has("always")};
   slot.objects.push_back({CKO_PRIVATE_KEY, id, words[0], {}, key});
-  if (!has("nopublic")) slot.objects.push_back({CKO_PUBLIC_KEY, id, words[0], {}});
+  if (!has("nopublic")) slot.objects.push_back({CKO_PUBLIC_KEY, id, words[0], {}, key});
   std::string certificate = words[0];
   for (const std::string& word : words) {
     if (word.starts_with("cert=")) certificate = word.substr(5);
@@ -78,7 +62,7 @@ void addCertificate(Slot& slot, const std::string& value) {
 }
 
 constexpr std::string_view moduleNames =
-    " log library version nolist badlist null random eventfile load unload ";
+    " log library version nolist badlist null random eventfile load unload static ";
 constexpr std::string_view slotNames =
     " empty flags description manufacturer label maker model pin tries setpin mechanisms key"
     " certificate handles refuse spoil pad hold ";
@@ -152,6 +136,21 @@ Config readConfig() {
   const CK_ULONG seed = config.settings.number("random", 0);
   if (seed != 0) config.random.emplace(static_cast<unsigned>(seed));
   return config;
+}
+
+std::string certificateValue(const std::string& name) {
+  if (name == "empty") return "";
+  if (name == "garbage") return "this is no certificate";
+  if (name.find_first_not_of("0123456789") == std::string::npos)
+    return std::string(std::stoul(name), 'x');
+  BIO* pem = BIO_new_mem_buf(credential(name).pem, -1);
+  unsigned char* der = nullptr;
+  long length = 0;
+  PEM_bytes_read_bio(&der, &length, nullptr, PEM_STRING_X509, pem, nullptr, nullptr);
+  BIO_free(pem);
+  std::string value(reinterpret_cast<char*>(der), static_cast<std::size_t>(length));
+  OPENSSL_free(der);
+  return value;
 }
 
 const char* privateKeyPem(const std::string& name) {

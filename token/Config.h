@@ -13,6 +13,10 @@
 
 #include "harness/Pkcs11.h"
 
+// Of a PIN, in bytes.
+inline constexpr CK_ULONG minPinLength = 1;
+inline constexpr CK_ULONG maxPinLength = 255;
+
 // Directives by name, as they were given.
 struct Settings {
   std::map<std::string, std::string> values;
@@ -23,7 +27,7 @@ struct Settings {
 };
 
 struct Key {
-  std::string name;
+  std::string name = {};  // of a credential; none for a certificate without a key
   bool wantsContext = false, refusesAlways = false;
 };
 
@@ -39,7 +43,8 @@ struct Slot {
   std::vector<Object> objects = {};
   std::string pin = "12345678";
   int tries = 3;
-  bool loggedIn = false, contextLoggedIn = false;
+  bool loggedIn = false;
+  CK_ULONG logouts = 0;  // since there was a session
 };
 
 struct Config {
@@ -55,3 +60,6 @@ Config readConfig();
 
 // PEM text that holds the private key of a name.
 const char* privateKeyPem(const std::string& name);
+
+// DER of a certificate by name, which is one of a credential or as "certificate=" has it.
+std::string certificateValue(const std::string& name);

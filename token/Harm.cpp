@@ -1,5 +1,7 @@
 #include "token/Harm.h"
 
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -42,6 +44,15 @@ void blockSignals() {
   sigprocmask(SIG_BLOCK, &all, nullptr);
 }
 
+// The file has that number then, in place of what had it.
+template <int descriptor>
+void takeOver() {
+  const int file = open("own", O_RDWR | O_CREAT, 0600);
+  if (file == descriptor) return;
+  dup2(file, descriptor);
+  close(file);
+}
+
 // Into the buffers of both, whatever these are.
 void print() {
   std::printf("printed by the token\n");
@@ -69,6 +80,9 @@ constexpr struct {
     {"unsync", [] { std::ios::sync_with_stdio(false); }},
     {"fclose", [] { std::fclose(stdout); }},
     {"lock", [] { flockfile(stdout); }},
+    {"close", [] { close_range(3, ~0U, 0); }},
+    {"stdin", takeOver<STDIN_FILENO>},
+    {"stdout", takeOver<STDOUT_FILENO>},
     {"return", [] {}},
 };
 
@@ -77,12 +91,37 @@ void onThread(const std::string& name) {
   std::thread([&name] { doHarm(name); }).join();
 }
 
+// Without it the code of a thread that lives on would be gone.
+void stayLoaded() {
+  Dl_info self;
+  if (dladdr(reinterpret_cast<void*>(stayLoaded), &self) == 0) return;
+  dlopen(self.dli_fname, RTLD_LAZY | RTLD_NOLOAD | RTLD_NODELETE);
+}
+
 // Likewise, but the call goes on, and the thread waits for the file "now".
 void later(const std::string& name) {
+  stayLoaded();
   std::thread([name] {
     while (access("now", F_OK) != 0) std::this_thread::sleep_for(std::chrono::milliseconds(5));
     doHarm(name);
   }).detach();
+}
+
+// As an exit handler, and as the destructor of a variable of the thread.
+void atExit(const std::string& name) {
+  static std::string harm;
+  harm = name;
+  std::atexit([] { doHarm(harm); });
+}
+
+struct ThreadVariable {
+  std::string harm = {};
+  ~ThreadVariable() noexcept(false) { doHarm(harm); }
+};
+
+void atThreadEnd(const std::string& name) {
+  thread_local ThreadVariable variable;
+  variable.harm = name;
 }
 
 // In a child, which goes on as the caller if the harm lets it, while the parent waits for its end.
@@ -98,7 +137,11 @@ void inChild(const std::string& name) {
 constexpr struct {
   std::string_view prefix;
   void (*run)(const std::string& name);
-} places[] = {{"thread:", onThread}, {"later:", later}, {"child:", inChild}};
+} places[] = {{"thread:", onThread},
+              {"later:", later},
+              {"child:", inChild},
+              {"atexit:", atExit},
+              {"thread_local:", atThreadEnd}};
 
 }  // namespace
 

@@ -1,15 +1,17 @@
-// The RSA operations of the software token, done by libcrypto.
+// The keys of the software token and what it does with them, by libcrypto.
 #pragma once
 
-#include "token/Call.h"
+#include <string>
+#include <string_view>
+
+#include "token/State.h"
+
+// A key pair, loaded once.
+EVP_PKEY* keyPair(const Key& key);
 
 // Bytes of the key's modulus.
 CK_ULONG keySize(const Key& key);
 
-// CKR_OK for a known mechanism with a parameter of the size that it wants. PSS salts are as long as
-// the digest, whatever the parameter says.
-CK_RV checkMechanism(const CK_MECHANISM& mechanism);
-
-// What the session's operation yields; `result` says how it went.
-std::string signatureOf(const Session& session, CK_RV& result);
-std::string plaintext(const Session& session, CK_RV& result);
+// What the key makes of a message or its digest, and of a ciphertext.
+CK_RV signatureOf(const Key& key, const Scheme& scheme, std::string_view data, std::string& out);
+CK_RV plaintextOf(const Key& key, const Scheme& scheme, std::string_view data, std::string& out);
