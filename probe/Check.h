@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "probe/Expected.h"
 #include "probe/Functions.h"
-#include "probe/Judge.h"
 #include "probe/Verdict.h"
 
 namespace kestrel::probe {

@@ -7,10 +7,10 @@
 #include <array>
 #include <functional>
 
+#include "common/Descriptor.h"
 #include "probe/Check.h"
 #include "probe/Outside.h"
 #include "probe/Record.h"
-#include "common/Descriptor.h"
 
 namespace kestrel::probe {
 

@@ -57,9 +57,9 @@ constexpr NumberRow numberRows[] = {
 const Curve* curveOf(EVP_PKEY* key) {
   const bool isEc = EVP_PKEY_is_a(key, "EC") == 1;
   for (const Curve* curve : {&p256, &p384, &p521, &ed25519, &ed448, &x25519, &x448}) {
-    const bool same = isEc ? curve->type == CKK_EC &&
-                                 EVP_PKEY_get_bits(key) == static_cast<int>(curve->bits)
-                           : EVP_PKEY_is_a(key, curve->name) == 1;
+    const bool same =
+        isEc ? curve->type == CKK_EC && EVP_PKEY_get_bits(key) == static_cast<int>(curve->bits)
+             : EVP_PKEY_is_a(key, curve->name) == 1;
     if (same) return curve;
   }
   return nullptr;
@@ -122,10 +122,9 @@ bool addPrivateNumbers(Template& attributes, EVP_PKEY* key, unsigned form) {
   const Curve* const curve = curveOf(key);
   if (curve == nullptr) return form == 0 && addNumbers(attributes, key, false);
   if ((form & 1) != 0 || !addCurve(attributes, *curve, form)) return false;
-  attributes.add(CKA_VALUE,
-                 curve->type == CKK_EC
-                     ? outside::number(key, OSSL_PKEY_PARAM_PRIV_KEY, (curve->bits + 7) / 8)
-                     : outside::rawPrivateKey(key));
+  attributes.add(CKA_VALUE, curve->type == CKK_EC ? outside::number(key, OSSL_PKEY_PARAM_PRIV_KEY,
+                                                                    (curve->bits + 7) / 8)
+                                                  : outside::rawPrivateKey(key));
   return true;
 }
 

@@ -1,8 +1,8 @@
 // The attributes of keys: what they may do, and the numbers that OpenSSL's keys are made of.
 #pragma once
 
-#include "probe/Attributes.h"
 #include "probe/Keys.h"
+#include "probe/Templates.h"
 
 namespace kestrel::probe {
 

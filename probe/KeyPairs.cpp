@@ -147,9 +147,9 @@ KeyPair Keys::generate(const Wanted& wanted) {
       break;
     }
     addGenerationAttributes(publicKey, wanted.type, wanted.bits,
-                            wanted.curve == nullptr  ? View()
-                            : otherParameters        ? wanted.curve->otherParameters
-                                                     : wanted.curve->parameters);
+                            wanted.curve == nullptr ? View()
+                            : otherParameters       ? wanted.curve->otherParameters
+                                                    : wanted.curve->parameters);
     auto* const handles = memory_.out<CK_OBJECT_HANDLE>(CK_INVALID_HANDLE, 2);
     if (p11::C_GenerateKeyPair(session_, mechanism, publicKey.in(), publicKey.count(),
                                privateKey.in(), privateKey.count(), handles,
@@ -224,10 +224,9 @@ KeyPair Keys::pairOf(const Wanted& wanted, CK_OBJECT_HANDLE privateKey) {
                            : wanted.type == CKK_DH  ? "DH"
                            : wanted.type == CKK_EC  ? "EC"
                                                     : wanted.curve->name;
-  const bool fits =
-      found.outside != nullptr && EVP_PKEY_is_a(found.outside.get(), type) == 1 &&
-      (wanted.type != CKK_EC ||
-       EVP_PKEY_get_bits(found.outside.get()) == static_cast<int>(wanted.bits));
+  const bool fits = found.outside != nullptr && EVP_PKEY_is_a(found.outside.get(), type) == 1 &&
+                    (wanted.type != CKK_EC ||
+                     EVP_PKEY_get_bits(found.outside.get()) == static_cast<int>(wanted.bits));
   if (!fits) found.outside = nullptr;
   return found;
 }

@@ -88,8 +88,7 @@ std::optional<Bytes> Keys::reveal(CK_OBJECT_HANDLE secret) {
     const auto length = static_cast<CK_ULONG>(EVP_PKEY_get_size(outsideRsa()));
     CK_BYTE* const wrapped = memory_.bytes(length);
     auto* const written = memory_.out<CK_ULONG>(length);
-    const CK_RV result =
-        p11::C_WrapKey(session_, mechanism, publicKey, secret, wrapped, written);
+    const CK_RV result = p11::C_WrapKey(session_, mechanism, publicKey, secret, wrapped, written);
     p11::C_DestroyObject(session_, publicKey);
     if (result != CKR_OK) return std::nullopt;
     return outside::decrypt(outsideRsa(), {outside::RsaForm::Kind::pkcs1},

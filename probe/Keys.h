@@ -7,9 +7,9 @@
 #include <string>
 #include <tuple>
 
-#include "probe/Attributes.h"
 #include "probe/Check.h"
 #include "probe/Outside.h"
+#include "probe/Templates.h"
 #include "run/process/Pins.h"
 
 namespace kestrel::probe {

@@ -114,8 +114,8 @@ const FieldGroup& dsaGroup() {
 const FieldGroup& dhGroup() {
   static const FieldGroup group = [] {
     const OutsideKey key = newDhKey();
-    return FieldGroup{number(key.get(), OSSL_PKEY_PARAM_FFC_P), {},
-                      number(key.get(), OSSL_PKEY_PARAM_FFC_G)};
+    return FieldGroup{
+        number(key.get(), OSSL_PKEY_PARAM_FFC_P), {}, number(key.get(), OSSL_PKEY_PARAM_FFC_G)};
   }();
   return group;
 }

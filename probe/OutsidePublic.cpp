@@ -91,9 +91,9 @@ Bytes signPure(EVP_PKEY* key, View input) {
 
 bool verifiesPure(EVP_PKEY* key, View input, View signature) {
   const MessageContext verifying(EVP_MD_CTX_new());
-  require(EVP_DigestVerifyInit_ex(verifying.get(), nullptr, nullptr, context(), nullptr, key,
-                                  nullptr),
-          "no verification");
+  require(
+      EVP_DigestVerifyInit_ex(verifying.get(), nullptr, nullptr, context(), nullptr, key, nullptr),
+      "no verification");
   return EVP_DigestVerify(verifying.get(), raw(signature), signature.size(), raw(input),
                           input.size()) == 1;
 }

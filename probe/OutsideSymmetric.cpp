@@ -91,9 +91,8 @@ class Ciphering {
 
   void setLengths(View tag) {
     if (EVP_CIPHER_CTX_get_key_length(context_.get()) != static_cast<int>(cipher_.key.size())) {
-      require(
-          EVP_CIPHER_CTX_set_key_length(context_.get(), static_cast<int>(cipher_.key.size())),
-          "no key of that length");
+      require(EVP_CIPHER_CTX_set_key_length(context_.get(), static_cast<int>(cipher_.key.size())),
+              "no key of that length");
     }
     if (cipher_.tagLength == 0) return;
     const int ivLength = static_cast<int>(cipher_.iv.size());
@@ -109,8 +108,8 @@ class Ciphering {
   int update(unsigned char* output, View input) { return update(output, input, input.size()); }
   int update(unsigned char* output, View input, std::size_t length) {
     int written = 0;
-    return EVP_CipherUpdate(context_.get(), output, &written,
-                            input.empty() ? nullptr : raw(input), static_cast<int>(length));
+    return EVP_CipherUpdate(context_.get(), output, &written, input.empty() ? nullptr : raw(input),
+                            static_cast<int>(length));
   }
 
   const Cipher& cipher_;

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "probe/Area.h"
-#include "probe/Options.h"
+#include "probe/ProbeOptions.h"
 
 namespace kestrel::probe {
 

@@ -11,15 +11,15 @@
 #include <optional>
 #include <stdexcept>
 
-#include "probe/Display.h"
-#include "probe/Json.h"
+#include "probe/JsonLines.h"
 #include "probe/Plan.h"
+#include "probe/ProbeDisplay.h"
 #include "probe/Start.h"
 #include "probe/Supervisor.h"
 #include "probe/Values.h"
 #include "run/process/Interrupt.h"
-#include "run/process/Pins.h"
 #include "run/process/OperatorTerminal.h"
+#include "run/process/Pins.h"
 
 namespace kestrel::probe {
 

@@ -1,7 +1,7 @@
 // A whole run, from the module's path to the totals.
 #pragma once
 
-#include "probe/Options.h"
+#include "probe/ProbeOptions.h"
 
 namespace kestrel::probe {
 

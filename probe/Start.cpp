@@ -4,9 +4,9 @@
 
 #include <algorithm>
 
-#include "probe/Attributes.h"
 #include "probe/Bench.h"
 #include "probe/Returns.h"
+#include "probe/Templates.h"
 #include "probe/Values.h"
 
 namespace kestrel::probe {

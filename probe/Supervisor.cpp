@@ -14,8 +14,8 @@
 #include <cstring>
 #include <system_error>
 
-#include "probe/Record.h"
 #include "common/Descriptor.h"
+#include "probe/Record.h"
 #include "run/process/Orphans.h"
 
 namespace kestrel::probe {

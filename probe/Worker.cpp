@@ -11,7 +11,7 @@
 #include "probe/Companion.h"
 #include "probe/Faults.h"
 #include "probe/Keys.h"
-#include "probe/Module.h"
+#include "probe/ProbeModule.h"
 #include "probe/Record.h"
 
 namespace kestrel::probe {

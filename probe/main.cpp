@@ -2,8 +2,8 @@
 #include <cstdio>
 #include <exception>
 
-#include "probe/Options.h"
 #include "probe/Probe.h"
+#include "probe/ProbeOptions.h"
 
 int main(int argc, char** argv) {
   using namespace kestrel::probe;

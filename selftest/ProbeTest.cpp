@@ -6,7 +6,7 @@
 #include <stdexcept>
 
 #include "probe/Bench.h"
-#include "probe/Judge.h"
+#include "probe/Expected.h"
 #include "probe/Returns.h"
 #include "probe/Supervisor.h"
 #include "run/process/Orphans.h"

@@ -1,11 +1,11 @@
-#include "probe/Json.h"
+#include "probe/JsonLines.h"
 
 #include <cerrno>
 #include <nlohmann/json.hpp>
 #include <system_error>
 
-#include "probe/Values.h"
 #include "common/FitText.h"
+#include "probe/Values.h"
 
 namespace kestrel::probe {
 

@@ -1,4 +1,4 @@
-#include "probe/Judge.h"
+#include "probe/Expected.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "probe/Display.h"
+#include "probe/ProbeDisplay.h"
 
 #include <fmt/format.h>
 #include <unistd.h>
@@ -8,8 +8,8 @@
 #include <functional>
 #include <string_view>
 
-#include "probe/Values.h"
 #include "common/FitText.h"
+#include "probe/Values.h"
 
 namespace kestrel::probe {
 

@@ -1,4 +1,4 @@
-#include "probe/Attributes.h"
+#include "probe/Templates.h"
 
 #include <algorithm>
 #include <cstring>

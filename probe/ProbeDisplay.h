@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "probe/Check.h"
-#include "probe/Json.h"
+#include "probe/JsonLines.h"
 
 namespace kestrel::probe {
 

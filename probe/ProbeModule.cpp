@@ -1,4 +1,4 @@
-#include "probe/Module.h"
+#include "probe/ProbeModule.h"
 
 #include <dlfcn.h>
 #include <fmt/format.h>

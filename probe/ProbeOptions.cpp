@@ -1,4 +1,4 @@
-#include "probe/Options.h"
+#include "probe/ProbeOptions.h"
 
 #include <CLI/CLI.hpp>
 #include <filesystem>
