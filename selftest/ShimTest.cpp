@@ -1,24 +1,16 @@
 // The shim between a module and callers of other habits than kestrel's.
-#include <dlfcn.h>
-#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
 
-#include <cstdlib>
-#include <fstream>
-#include <string>
+#include <algorithm>
+#include <optional>
 #include <string_view>
+#include <thread>
 
 #include "harness/CkrName.h"
-#include "harness/Pkcs11.h"
+#include "selftest/Shimmed.h"
 
 namespace {
-
-CK_FUNCTION_LIST* listOf(const char* path) {
-  void* const library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
-  if (library == nullptr) return nullptr;
-  CK_FUNCTION_LIST* list = nullptr;
-  const auto get = reinterpret_cast<CK_C_GetFunctionList>(dlsym(library, "C_GetFunctionList"));
-  return get(&list) == CKR_OK ? list : nullptr;
-}
 
 CK_RV sign(CK_FUNCTION_LIST& module, CK_MECHANISM_TYPE type, void* parameter, CK_ULONG length) {
   CK_MECHANISM mechanism{type, parameter, length};
@@ -68,11 +60,24 @@ const struct {
     {[](auto& m) { return m.C_GetAttributeValue(1, 11, nullptr, 2); },
      "C_GetAttributeValue(session=1, object=11, attributes={}[2]) = CKR_ARGUMENTS_BAD 0x7"},
     {[](auto& m) { return attribute(m, CKA_ID, nullptr, 0); },
-     "C_GetAttributeValue(session=1, object=11, attributes={CKA_ID=null[0]}[1]) = CKR_OK 0x0"},
+     "C_GetAttributeValue(session=1, object=11, attributes={CKA_ID=null}[1]) = CKR_OK 0x0 <> "
+     "attributes={CKA_ID=null[1]}[1]"},
     {[](auto& m) { return attribute(m, CKA_VALUE, bytes, 2); },
      "C_GetAttributeValue(session=1, object=11, attributes={CKA_VALUE=[2]}[1]) = "
      "CKR_ATTRIBUTE_TYPE_INVALID 0x12"},
 };
+
+// The calls of a trace behind C_GetFunctionList, without their times.
+void expectTraced(const TemporaryFile& trace, const std::vector<std::string>& expected) {
+  std::vector<std::string> lines = trace.lines();
+  for (std::string& line : lines) {
+    const std::size_t end = line.find(" us>");
+    const std::size_t time = end == line.npos ? end : line.rfind('<', end) + 1;
+    if (end != line.npos) line.erase(time, end + 3 - time);
+  }
+  ASSERT_FALSE(lines.empty());
+  EXPECT_EQ(std::vector(lines.begin() + 1, lines.end()), expected);
+}
 
 // kestrel keeps a list of its own, which stays as it is when the header grows.
 TEST(Shim, NamesResultsAsKestrelDoes) {
@@ -93,32 +98,188 @@ TEST(Shim, NamesResultsAsKestrelDoes) {
 }
 
 TEST(Shim, AnswersOddCallsAsTheModuleDoes) {
-  const std::string trace = testing::TempDir() + "kestrel-shim." + std::to_string(getpid());
-  setenv("KESTREL_SHIM_MODULE", TOKEN, 1);
-  setenv("KESTREL_SHIM_TOKEN", "kestrel token", 1);
-  setenv("KESTREL_SHIM_MECHANISMS", "signable", 1);
-  setenv("KESTREL_SHIM_WAIVE", "all", 1);
-  setenv("KESTREL_SHIM_TRACE", trace.c_str(), 1);
-  CK_FUNCTION_LIST* const module = listOf(TOKEN);
-  CK_FUNCTION_LIST* const shim = listOf(SHIM);
-  ASSERT_TRUE(module != nullptr && shim != nullptr);
-  ASSERT_EQ(module->C_Initialize(nullptr), CKR_OK);
+  const TemporaryFile trace;
+  Shimmed shimmed(TOKEN, {{"TOKEN", "kestrel token"},
+                          {"MECHANISMS", "signable"},
+                          {"WAIVE", "all"},
+                          {"TRACE", trace.path}});
+  CK_FUNCTION_LIST& module = listOf(shimmed.module());
+  CK_FUNCTION_LIST& shim = shimmed.list();
+  ASSERT_EQ(module.C_Initialize(nullptr), CKR_OK);
   CK_SESSION_HANDLE session = 0;
   ASSERT_EQ(
-      module->C_OpenSession(1, CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr, &session),
+      module.C_OpenSession(1, CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr, &session),
       CKR_OK);
   CK_UTF8CHAR pin[] = "12345678";
-  ASSERT_EQ(module->C_Login(session, CKU_USER, pin, 8), CKR_OK);
-  for (const auto& odd : oddCalls) EXPECT_EQ(odd.call(*shim), odd.call(*module)) << odd.traced;
-  std::ifstream lines(trace);
-  std::string line;
-  std::getline(lines, line);  // C_GetFunctionList
+  ASSERT_EQ(module.C_Login(session, CKU_USER, pin, 8), CKR_OK);
+  std::vector<std::string> traced;
   for (const auto& odd : oddCalls) {
-    std::getline(lines, line);
-    EXPECT_EQ(line.substr(0, line.find(" <")), odd.traced);
+    EXPECT_EQ(odd.call(shim), odd.call(module)) << odd.traced;
+    traced.emplace_back(odd.traced);
+    if (traced.back().find('<') == std::string::npos) traced.back() += " <>";
   }
-  EXPECT_FALSE(std::getline(lines, line)) << line;
-  std::remove(trace.c_str());
+  expectTraced(trace, traced);
+}
+
+// What a careless caller has in a variable that the module is to fill: "12345678".
+constexpr CK_ULONG residue = 0x3837363534333231;
+CK_ULONG filled = residue;
+CK_BYTE label[8] = {'1', '2', '3', '4'};
+
+// Bytes that end where memory does.
+CK_BYTE* endOfMemory() {
+  const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  static void* const pages =
+      mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  mprotect(static_cast<CK_BYTE*>(pages) + page, page, PROT_NONE);
+  return static_cast<CK_BYTE*>(pages) + page;
+}
+
+// What the stand-in answers with, and writes if it does.
+CK_RV answer = CKR_OK;
+std::optional<CK_ULONG> written;
+
+CK_RV fill(CK_ULONG* output) {
+  if (written) *output = *written;
+  return answer;
+}
+
+CK_RV fillAttributes(CK_SESSION_HANDLE, CK_OBJECT_HANDLE, CK_ATTRIBUTE* attributes,
+                     CK_ULONG count) {
+  for (CK_ULONG i = 0; written && i < count; ++i) attributes[i].ulValueLen = *written;
+  return answer;
+}
+
+CK_RV readAttributes(CK_FUNCTION_LIST& module) {
+  CK_ATTRIBUTE attributes[] = {{CKA_ID, nullptr, residue}, {CKA_LABEL, label, sizeof label}};
+  return module.C_GetAttributeValue(1, 2, attributes, 2);
+}
+
+CK_RV openSession(CK_FUNCTION_LIST& module) {
+  return module.C_OpenSession(9, CKF_SERIAL_SESSION, nullptr, nullptr, &filled);
+}
+
+// The child comes back from the call as the parent does, and makes one of its own.
+CK_RV forkInCall(CK_FUNCTION_LIST& module) {
+  const pid_t parent = getpid();
+  const CK_RV result = module.C_CloseSession(1);
+  if (getpid() != parent) _exit(static_cast<int>(module.C_CloseSession(2)));
+  return result;
+}
+
+CK_SLOT_ID list[4];
+
+const struct {
+  CK_RV answer;
+  std::optional<CK_ULONG> written;
+  CK_RV (*call)(CK_FUNCTION_LIST&);
+  const char* traced;
+} residualCalls[] = {
+    {CKR_TOKEN_NOT_PRESENT, 7, openSession,
+     "C_OpenSession(slot=9, flags=0x4, application=null, notify=null, session=&) = "
+     "CKR_TOKEN_NOT_PRESENT 0xe0 <>"},
+    {CKR_OK, 7, openSession,
+     "C_OpenSession(slot=9, flags=0x4, application=null, notify=null, session=&) = CKR_OK 0x0 <> "
+     "session=7"},
+    {CKR_OK,
+     {},
+     openSession,
+     "C_OpenSession(slot=9, flags=0x4, application=null, notify=null, session=&) = CKR_OK 0x0 <>"},
+    {CKR_OK, 3, [](auto& m) { return m.C_GetSlotList(0, nullptr, &filled); },
+     "C_GetSlotList(tokenPresent=0, list=null, count=&) = CKR_OK 0x0 <> count=3"},
+    {CKR_BUFFER_TOO_SMALL, 5, [](auto& m) { return m.C_GetSlotList(0, list, &(number = 4)); },
+     "C_GetSlotList(tokenPresent=0, list=&, count=&4) = CKR_BUFFER_TOO_SMALL 0x150 <> count=5"},
+    {CKR_BUFFER_TOO_SMALL,
+     {},
+     [](auto& m) { return m.C_Sign(1, bytes, 2, nullptr, &filled); },
+     "C_Sign(session=1, data=0102[2], signature=null[&]) = CKR_BUFFER_TOO_SMALL 0x150 <>"},
+    {CKR_BUFFER_TOO_SMALL, 9, [](auto& m) { return m.C_Sign(1, bytes, 2, bytes, &(number = 8)); },
+     "C_Sign(session=1, data=0102[2], signature=&[8]) = CKR_BUFFER_TOO_SMALL 0x150 <> "
+     "signature=[9]"},
+    {CKR_DATA_INVALID, 9, [](auto& m) { return m.C_Sign(1, bytes, 2, bytes, &(number = 8)); },
+     "C_Sign(session=1, data=0102[2], signature=&[8]) = CKR_DATA_INVALID 0x20 <>"},
+    {CKR_OK, 2, readAttributes,
+     "C_GetAttributeValue(session=1, object=2, attributes={CKA_ID=null CKA_LABEL=[8]}[2]) = CKR_OK "
+     "0x0 <> attributes={CKA_ID=null[2] CKA_LABEL=[2]}[2]"},
+    {CKR_BUFFER_TOO_SMALL, 9, readAttributes,
+     "C_GetAttributeValue(session=1, object=2, attributes={CKA_ID=null CKA_LABEL=[8]}[2]) = "
+     "CKR_BUFFER_TOO_SMALL 0x150 <> attributes={CKA_ID=null[9] CKA_LABEL=[9]}[2]"},
+    {CKR_ATTRIBUTE_SENSITIVE,
+     {},
+     readAttributes,
+     "C_GetAttributeValue(session=1, object=2, attributes={CKA_ID=null CKA_LABEL=[8]}[2]) = "
+     "CKR_ATTRIBUTE_SENSITIVE 0x11 <>"},
+    {CKR_OK,
+     {},
+     [](auto& m) { return sign(m, CKM_EDDSA, &filled, 24); },
+     "C_SignInit(session=1, mechanism=CKM_EDDSA([24]), key=10) = CKR_OK 0x0 <>"},
+    {CKR_OK,
+     {},
+     [](auto& m) { return m.C_Sign(1, endOfMemory() - 2, 2, nullptr, nullptr); },
+     "C_Sign(session=1, data=0000[2], signature=null[null]) = CKR_OK 0x0 <>"},
+    {CKR_OK,
+     {},
+     [](auto& m) { return m.C_Sign(1, endOfMemory() - 2, 9, nullptr, nullptr); },
+     "C_Sign(session=1, data=&[9], signature=null[null]) = CKR_OK 0x0 <>"},
+    {CKR_OK,
+     {},
+     [](auto& m) { return sign(m, CKM_SHA256_RSA_PKCS_PSS, endOfMemory(), 24); },
+     "C_SignInit(session=1, mechanism=CKM_SHA256_RSA_PKCS_PSS([24]), key=10) = CKR_OK 0x0 <>"},
+    {CKR_OK,
+     {},
+     [](auto& m) { return attribute(m, CKA_ID, endOfMemory(), 4); },
+     "C_GetAttributeValue(session=1, object=11, attributes={CKA_ID=[4]}[1]) = CKR_OK 0x0 <> "
+     "attributes={CKA_ID=&[4]}[1]"},
+    {CKR_OK,
+     {},
+     [](auto& m) {
+       auto* const attributes = reinterpret_cast<CK_ATTRIBUTE*>(endOfMemory());
+       return m.C_FindObjectsInit(1, attributes, 2);
+     },
+     "C_FindObjectsInit(session=1, template=&[2]) = CKR_OK 0x0 <>"},
+    {CKR_OK, {}, forkInCall, "C_CloseSession(session=1) = CKR_OK 0x0 <>"},
+};
+
+TEST(Shim, TracesNothingThatACallerDidNotGive) {
+  const TemporaryFile trace;
+  Shimmed shimmed(STAND_IN, {{"TRACE", trace.path}, {"WAIVE", "all"}});
+  CK_FUNCTION_LIST& module = shimmed.behind();
+  module.C_OpenSession = [](auto, auto, auto, auto, CK_ULONG* session) { return fill(session); };
+  module.C_GetSlotList = [](auto, auto, CK_ULONG* count) { return fill(count); };
+  module.C_Sign = [](auto, auto, auto, auto, CK_ULONG* length) { return fill(length); };
+  module.C_SignInit = [](auto, auto, auto) { return answer; };
+  module.C_FindObjectsInit = [](auto, auto, auto) { return answer; };
+  module.C_GetAttributeValue = fillAttributes;
+  module.C_CloseSession = [](auto session) {
+    if (session == 1 && fork() != 0) wait(nullptr);
+    return CKR_OK;
+  };
+  CK_FUNCTION_LIST& shim = shimmed.list();
+  std::vector<std::string> traced;
+  for (const auto& row : residualCalls) {
+    answer = row.answer;
+    written = row.written;
+    filled = residue;
+    EXPECT_EQ(row.call(shim), row.answer);
+    traced.emplace_back(row.traced);
+  }
+  expectTraced(trace, traced);
+}
+
+// The end of a process whose module has threads, late enough for them to go on.
+[[noreturn]] void endWithThreads(int status) {
+  std::atexit([] { usleep(20000); });
+  auto* const shimmed = new Shimmed(STAND_IN, {});
+  for (int i = 0; i < 2; ++i) std::thread(find<void()>(shimmed->module(), "keepBusy")).detach();
+  std::exit(status);
+}
+
+TEST(Shim, UnloadsTheModuleWithItselfAndNotAtTheEnd) {
+  Shimmed(STAND_IN, {}).list();
+  EXPECT_EQ(dlopen(STAND_IN, RTLD_NOW | RTLD_NOLOAD), nullptr);
+  for (int i = 0; i < 10; ++i) {
+    EXPECT_EXIT(endWithThreads(i), testing::ExitedWithCode(i), "");
+  }
 }
 
 }  // namespace

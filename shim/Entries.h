@@ -1,10 +1,19 @@
 // The functions of a module's list, each with the words under which the trace shows its arguments.
 //
-// A pointer to bytes and the length behind it are one word, and so are a template and its count. A
-// word that ends in '*' is shown as an address alone: an array that the module fills.
+// A pointer to bytes and the length behind it are one word, and so are a template and its count.
+// The numbers "flags", "type" and "user" are shown as what they stand for. The last character of a
+// word may be a mark:
+//
+//   *  an array that the module fills: shown as an address alone
+//   !  a secret: of its bytes only the length is ever read
+//   ?  a template whose values the module fills: shown behind the call
 #pragma once
 
+#include <algorithm>
+#include <array>
 #include <iterator>
+#include <string_view>
+#include <type_traits>
 
 #include "harness/Pkcs11.h"
 
@@ -15,6 +24,15 @@ struct Entry {
   constexpr Entry(const char* functionName, const char* argumentWords,
                   Pointer CK_FUNCTION_LIST::*listMember)
       : name(functionName), words(argumentWords), member(listMember) {}
+
+  // Is each text that is given with its length marked as a secret?
+  constexpr bool hidesTexts() const {
+    constexpr std::array isText{std::is_same_v<Parameters, CK_UTF8CHAR*>...};
+    constexpr std::array isLength{std::is_same_v<Parameters, CK_ULONG>...};
+    std::ptrdiff_t texts = 0;
+    for (std::size_t i = 1; i < isText.size(); ++i) texts += isText[i - 1] && isLength[i];
+    return texts > 0 && std::ranges::count(std::string_view(words), '!') == texts;
+  }
 
   const char* name;
   const char* words;
@@ -31,22 +49,22 @@ struct Entry {
   X(C_GetTokenInfo, "slot info")                                                                \
   X(C_GetMechanismList, "slot list* count")                                                     \
   X(C_GetMechanismInfo, "slot type info")                                                       \
-  X(C_InitToken, "slot pin label*")                                                             \
-  X(C_InitPIN, "session pin")                                                                   \
-  X(C_SetPIN, "session oldPin newPin")                                                          \
+  X(C_InitToken, "slot pin! label*")                                                            \
+  X(C_InitPIN, "session pin!")                                                                  \
+  X(C_SetPIN, "session oldPin! newPin!")                                                        \
   X(C_OpenSession, "slot flags application notify session")                                     \
   X(C_CloseSession, "session")                                                                  \
   X(C_CloseAllSessions, "slot")                                                                 \
   X(C_GetSessionInfo, "session info")                                                           \
   X(C_GetOperationState, "session state")                                                       \
   X(C_SetOperationState, "session state encryptionKey authenticationKey")                       \
-  X(C_Login, "session user pin")                                                                \
+  X(C_Login, "session user pin!")                                                               \
   X(C_Logout, "session")                                                                        \
   X(C_CreateObject, "session template object")                                                  \
   X(C_CopyObject, "session object template copy")                                               \
   X(C_DestroyObject, "session object")                                                          \
   X(C_GetObjectSize, "session object size")                                                     \
-  X(C_GetAttributeValue, "session object attributes")                                           \
+  X(C_GetAttributeValue, "session object attributes?")                                          \
   X(C_SetAttributeValue, "session object template")                                             \
   X(C_FindObjectsInit, "session template")                                                      \
   X(C_FindObjects, "session objects* room count")                                               \
@@ -105,5 +123,9 @@ inline constexpr const char* names[] = {KESTREL_SHIM_ENTRIES(KESTREL_SHIM_NAME)}
 // The version and C_GetFunctionList are the rest.
 static_assert(sizeof(CK_FUNCTION_LIST) == (std::size(names) + 2) * sizeof(void*),
               "an entry is missing");
+
+static_assert(C_InitToken.hidesTexts() && C_InitPIN.hidesTexts() && C_SetPIN.hidesTexts() &&
+                  C_Login.hidesTexts(),
+              "a PIN would be traced");
 
 }  // namespace entries

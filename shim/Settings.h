@@ -1,7 +1,7 @@
 // What the operator told the shim, through the environment:
 //
 //   KESTREL_SHIM_MODULE=PATH       the module behind
-//   KESTREL_SHIM_TOKEN=PATTERN     only the slots whose token has this label, or matches this
+//   KESTREL_SHIM_TOKEN=PATTERN     only the slots whose token has this label, or that match this
 //                                  "pkcs11:" URI (RFC 7512), are listed
 //   KESTREL_SHIM_MECHANISMS=LIST   only these mechanisms are listed: names, numbers, "signable",
 //                                  "multipart" (see shim/SigningMechanisms.h), separated by commas
@@ -12,7 +12,7 @@
 //   KESTREL_SHIM_TRACE=FILE        gets a line for each call (see shim/Trace.h)
 //
 // A variable that is not set changes nothing. One that is set and makes no sense fails
-// C_Initialize.
+// C_Initialize. No message repeats a token's pattern: there may be a PIN in it.
 #pragma once
 
 #include <p11-kit/uri.h>
@@ -26,11 +26,20 @@
 #include "harness/Pkcs11.h"
 #include "shim/Waivers.h"
 
+using WaiverSet = std::bitset<static_cast<std::size_t>(Waiver::count)>;
+
 // The tokens to be shown.
 class TokenPattern {
  public:
   explicit TokenPattern(const std::string& pattern);  // throws std::runtime_error
+
   bool matches(CK_SLOT_ID slot, const CK_TOKEN_INFO& info) const;
+
+  // What only some patterns tell of: the module need not be asked for the others.
+  bool tellsSlot() const;
+  bool tellsLibrary() const;
+  bool matches(const CK_SLOT_INFO& info) const;
+  bool matches(const CK_INFO& info) const;
 
  private:
   struct UriDeleter {
@@ -53,7 +62,7 @@ struct Settings {
   const char* trace = nullptr;
   std::optional<TokenPattern> token;
   std::optional<MechanismList> mechanisms;
-  std::bitset<static_cast<std::size_t>(Waiver::count)> waived;
+  WaiverSet waived;
 
   bool waives(Waiver waiver) const { return waived[static_cast<std::size_t>(waiver)]; }
 };

@@ -99,7 +99,7 @@ inline constexpr Phrase shimCannotLoad =
 inline constexpr Phrase shimHasNoModule = "KESTREL_SHIM_MODULE is not set";
 inline constexpr Phrase shimFindsNoToken = "kestrel-shim: no token matches";
 
-// shim/Trace.cpp, shim/Entries.h
+// shim/Trace.cpp, shim/TracedCall.cpp, shim/Entries.h
 inline constexpr Phrase tracedMechanism =
     "mechanism"
     "=";
