@@ -74,6 +74,7 @@ class Run {
     if (!options.json.empty()) json_.emplace(options.json);
     target_.module = realModule(options.module);
     target_.initArguments = options.initArguments;
+    if (options.token) wanted_.emplace(*options.token);
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     if (!options.pinFile.empty()) pins_.readFile(options.pinFile);
     pins_.takeFromEnvironment();
@@ -85,8 +86,7 @@ class Run {
     const auto start = std::chrono::steady_clock::now();
     const std::string started = timeNow();
     holding_ = true;
-    const TokenChoice choice(options_.token);
-    supervisor_.run(target_, planToken(board_, choice), {});
+    supervisor_.run(target_, planToken(board_, wanted_), {});
     if (board_.facts.known) target_.token = board_.facts;
     target_.token.mechanismCount = std::min(target_.token.mechanismCount, maxMechanisms);
     target_.token.label.back() = '\0';
@@ -168,6 +168,7 @@ class Run {
   std::unique_ptr<OperatorTerminal> terminal_;
   Pins pins_;
   Target target_;
+  std::optional<TokenPattern> wanted_;
   std::optional<JsonLines> json_;
   Display display_;
   Supervisor supervisor_;

@@ -42,7 +42,16 @@ void readMechanisms(Bench& bench, TokenFacts& facts) {
   facts.mechanismsKnown = true;
 }
 
-void findToken(Bench& bench, Board& board, const TokenChoice& choice) {
+// `library` is what the module says of itself.
+bool isMeant(Bench& bench, const TokenPattern& wanted, const CK_INFO& library, CK_SLOT_ID slot,
+             const CK_TOKEN_INFO& token) {
+  if (!wanted.matches(library) || !wanted.matches(slot, token)) return false;
+  auto* const reader = bench.memory.out(CK_SLOT_INFO{});
+  return !wanted.tellsSlot() ||
+         (p11::C_GetSlotInfo(slot, reader) == CKR_OK && wanted.matches(*reader));
+}
+
+void findToken(Bench& bench, Board& board, const std::optional<TokenPattern>& wanted) {
   TokenFacts& facts = board.facts;
   auto* const info = bench.memory.out(CK_INFO{});
   bench.control(p11::C_GetInfo(info));
@@ -52,14 +61,13 @@ void findToken(Bench& bench, Board& board, const TokenChoice& choice) {
   bench.control(p11::C_GetSlotList(CK_TRUE, slots, count));
   auto* const token = bench.memory.out(CK_TOKEN_INFO{});
   for (CK_ULONG i = 0; i < *count; ++i) {
-    if (p11::C_GetTokenInfo(slots[i], token) != CKR_OK || !choice.isMeant(slots[i], *token)) {
-      continue;
-    }
+    if (p11::C_GetTokenInfo(slots[i], token) != CKR_OK) continue;
+    if (wanted && !isMeant(bench, *wanted, *info, slots[i], *token)) continue;
     facts.slot = slots[i];
     facts.flags = token->flags;
     facts.readOnly = (token->flags & CKF_WRITE_PROTECTED) != 0;
     facts.label.fill('\0');
-    std::ranges::copy(trimmed(token->label, sizeof token->label), facts.label.begin());
+    std::ranges::copy(trimmed(token->label), facts.label.begin());
     readOffered(facts);
     facts.known = true;
     return;
@@ -89,12 +97,12 @@ Check step(const char* name, Stage stage, std::function<void(Bench&)> run) {
 
 }  // namespace
 
-Plan planToken(Board& board, const TokenChoice& choice) {
+Plan planToken(Board& board, const std::optional<TokenPattern>& wanted) {
   const auto nothing = [](Bench&) {};
   return {step("C_GetFunctionList", Stage::loaded, nothing),
           step("C_Initialize", Stage::initialized, nothing),
           step("C_GetTokenInfo", Stage::initialized,
-               [&](Bench& bench) { findToken(bench, board, choice); }),
+               [&](Bench& bench) { findToken(bench, board, wanted); }),
           step("C_GetMechanismList", Stage::initialized,
                [&](Bench& bench) { readMechanisms(bench, board.facts); })};
 }

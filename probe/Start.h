@@ -2,14 +2,16 @@
 // token says of itself, and what was looked at all the while.
 #pragma once
 
+#include <optional>
+
 #include "probe/Board.h"
 #include "probe/Check.h"
-#include "probe/TokenChoice.h"
+#include "shim/TokenPattern.h"
 
 namespace kestrel::probe {
 
 // Loads and initialises the module and finds the token, whose facts the board then has.
-Plan planToken(Board& board, const TokenChoice& choice);
+Plan planToken(Board& board, const std::optional<TokenPattern>& wanted);
 
 // Opens a session, logs in if the token wants that, and counts the objects on the token.
 Plan planLogin(Board& board);

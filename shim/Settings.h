@@ -15,39 +15,16 @@
 // C_Initialize. No message repeats a token's pattern: there may be a PIN in it.
 #pragma once
 
-#include <p11-kit/uri.h>
-
 #include <bitset>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "harness/Pkcs11.h"
+#include "shim/TokenPattern.h"
 #include "shim/Waivers.h"
 
 using WaiverSet = std::bitset<static_cast<std::size_t>(Waiver::count)>;
-
-// The tokens to be shown.
-class TokenPattern {
- public:
-  explicit TokenPattern(const std::string& pattern);  // throws std::runtime_error
-
-  bool matches(CK_SLOT_ID slot, const CK_TOKEN_INFO& info) const;
-
-  // What only some patterns tell of: the module need not be asked for the others.
-  bool tellsSlot() const;
-  bool tellsLibrary() const;
-  bool matches(const CK_SLOT_INFO& info) const;
-  bool matches(const CK_INFO& info) const;
-
- private:
-  struct UriDeleter {
-    void operator()(P11KitUri* uri) const { p11_kit_uri_free(uri); }
-  };
-  std::string label_;
-  std::unique_ptr<P11KitUri, UriDeleter> uri_;  // null: the label decides
-};
 
 // The mechanisms to be listed.
 struct MechanismList {
