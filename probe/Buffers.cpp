@@ -27,6 +27,5 @@ void addBuffers(Plan& plan, const TokenFacts*) {
                   listOneShort});
 }
 void addMechanisms(Plan&, const TokenFacts*) {}
-void addErrors(Plan&, const TokenFacts*) {}
 
 }  // namespace kestrel::probe

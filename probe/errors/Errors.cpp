@@ -1,0 +1,12 @@
+#include "probe/Area.h"
+#include "probe/errors/Library.h"
+#include "probe/errors/Matrix.h"
+
+namespace kestrel::probe {
+
+void addErrors(Plan& plan, const TokenFacts*) {
+  addMatrix(plan);
+  addLibraryErrors(plan);
+}
+
+}  // namespace kestrel::probe
