@@ -24,6 +24,9 @@ class Host {
   };
   virtual Login logIn(CK_SESSION_HANDLE session, CK_USER_TYPE type) = 0;
 
+  // C_Initialize, as it is called for every check.
+  virtual CK_RV initialize() = 0;
+
   // Has the check's `elsewhere` done by another process, once.
   virtual Finding askCompanion(const Check& check, View message) = 0;
 
@@ -82,6 +85,9 @@ class Bench {
   // C_Login with the right PIN, which is never tried where it was refused. Ends the check where the
   // token wants no login or there is no PIN.
   CK_RV logIn(CK_SESSION_HANDLE session, CK_USER_TYPE type = CKU_USER);
+
+  // C_Initialize, as it is called for every check.
+  CK_RV initialize() { return host_.initialize(); }
 
   // Has the check's `elsewhere` done in a process that loads the module itself, with `message` as
   // its own; when it returns, that process has called C_Finalize and ended. Ends the check with

@@ -69,7 +69,7 @@ void Module::load() {
   loaded_ = true;
 }
 
-void Module::initialize() {
+CK_RV Module::callInitialize() {
   const MemoryScope scope(caller_.memory);
   Memory& memory = caller_.memory;
   void* arguments = nullptr;
@@ -80,9 +80,13 @@ void Module::initialize() {
         std::string_view(target_.initArguments->c_str(), target_.initArguments->size() + 1));
     arguments = memory.in(all);
   }
-  const CK_RV value = p11::C_Initialize(arguments);
+  return p11::C_Initialize(arguments);
+}
+
+void Module::initialize() {
+  const CK_RV value = callInitialize();
   if (value != CKR_OK) {
-    fail("C_Initialize", value, arguments == nullptr ? "some modules want --init-args" : "");
+    fail("C_Initialize", value, target_.initArguments ? "" : "some modules want --init-args");
   }
   stage_ = Stage::initialized;
 }

@@ -35,6 +35,9 @@ class Module {
   // Another session. Throws SetUpFailed.
   CK_SESSION_HANDLE openSession();
 
+  // C_Initialize with what the operator has for it.
+  CK_RV callInitialize();
+
   // C_Login with the PIN, which there is.
   CK_RV givePin(CK_SESSION_HANDLE session, CK_USER_TYPE type);
 

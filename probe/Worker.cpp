@@ -82,6 +82,8 @@ class Worker final : private Host {
     return {value, ""};
   }
 
+  CK_RV initialize() override { return module_.callInitialize(); }
+
   Finding askCompanion(const Check& check, View message) override {
     const auto number = static_cast<std::uint32_t>(&check - plan_->data());
     const Record record = companion_->ask(number, message);

@@ -35,7 +35,7 @@ void someMutexFunctions(Bench& bench) {
 }
 
 void again(Bench& bench) {
-  bench.expect(p11::C_Initialize(nullptr));
+  bench.expect(bench.initialize());
   auto* const info = bench.memory.out(CK_INFO{});
   bench.require(p11::C_GetInfo(info) == CKR_OK, "after it the library is not initialised");
 }
@@ -46,7 +46,7 @@ void finalizeWithReserved(Bench& bench) {
 
 void finalizeAndBegin(Bench& bench) {
   bench.control(p11::C_Finalize(nullptr));
-  bench.expect(p11::C_Initialize(nullptr));
+  bench.expect(bench.initialize());
   auto* const info = bench.memory.out(CK_INFO{});
   bench.require(p11::C_GetInfo(info) == CKR_OK, "the second time the library is not initialised");
 }
@@ -55,7 +55,7 @@ void finalizeAndBegin(Bench& bench) {
 void sessionOfBefore(Bench& bench) {
   const CK_SESSION_HANDLE session = bench.openSession();
   bench.control(p11::C_Finalize(nullptr));
-  bench.control(p11::C_Initialize(nullptr));
+  bench.control(bench.initialize());
   bench.expect(p11::C_GetSessionInfo(session, bench.memory.out(CK_SESSION_INFO{})));
 }
 
