@@ -18,6 +18,9 @@ void Bench::rememberLast() {
 
 void Bench::control(CK_RV value) {
   if (value == CKR_OK) return;
+  if (value == CKR_FUNCTION_NOT_SUPPORTED && caller_.lastFunction == check.function) {
+    end(Verdict::absent, "");
+  }
   notApplicable(fmt::format("{} {}", nameOf(caller_.lastFunction), valueText("CKR_", value)));
 }
 

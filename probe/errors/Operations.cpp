@@ -205,7 +205,7 @@ struct Other {
 constexpr Expected notBegun{CKR_OPERATION_NOT_INITIALIZED};
 
 constexpr Other others[] = {
-    {"twice", FunctionId::C_FindObjectsInit, {CKR_OPERATION_ACTIVE}, findTwice},
+    {"twice", FunctionId::C_FindObjectsInit, {CKR_OPERATION_ACTIVE, CKR_OK}, findTwice},
     {"not-begun", FunctionId::C_FindObjects, notBegun, findNotBegun},
     {"ended", FunctionId::C_FindObjects, notBegun, findEnded},
     {"other-session", FunctionId::C_FindObjects, notBegun, findOtherSession},
