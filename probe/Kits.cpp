@@ -183,9 +183,10 @@ CK_RV Kit::single(CK_SESSION_HANDLE session, CK_BYTE* output, CK_ULONG* length) 
   }
 }
 
-CK_RV Kit::update(CK_SESSION_HANDLE session, CK_BYTE* output, CK_ULONG* length) const {
-  CK_BYTE* const data = memory->in(View(input));
-  const CK_ULONG size = input.size();
+CK_RV Kit::updateWith(CK_SESSION_HANDLE session, View part, CK_BYTE* output,
+                      CK_ULONG* length) const {
+  CK_BYTE* const data = memory->in(part);
+  const CK_ULONG size = part.size();
   switch (kind) {
     case Kind::digest:
       return p11::C_DigestUpdate(session, data, size);

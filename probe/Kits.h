@@ -57,7 +57,10 @@ class Kit {
   // and no matter to a verification.
   CK_RV begin(CK_SESSION_HANDLE session) const;
   CK_RV single(CK_SESSION_HANDLE session, CK_BYTE* output, CK_ULONG* length) const;
-  CK_RV update(CK_SESSION_HANDLE session, CK_BYTE* output, CK_ULONG* length) const;
+  CK_RV update(CK_SESSION_HANDLE session, CK_BYTE* output, CK_ULONG* length) const {
+    return updateWith(session, input, output, length);
+  }
+  CK_RV updateWith(CK_SESSION_HANDLE session, View part, CK_BYTE* output, CK_ULONG* length) const;
   CK_RV finish(CK_SESSION_HANDLE session, CK_BYTE* output, CK_ULONG* length) const;
 
   // The whole operation in one call: the positive control. What came of it.

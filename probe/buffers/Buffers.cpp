@@ -9,6 +9,4 @@ void addBuffers(Plan& plan, const TokenFacts*) {
   addAttributeBuffers(plan);
 }
 
-void addMechanisms(Plan&, const TokenFacts*) {}
-
 }  // namespace kestrel::probe
