@@ -221,8 +221,10 @@ Texts runOf(const Case& one, const std::string& directives) {
   const std::string token = joined(one.texts.at("token")) + directives + "\nlog=.calls";
   setenv("KESTREL_TOKEN", token.c_str(), 1);
   const std::string command = "cd " + folder +
-                              " && . " ENVIRONMENT
-                              " && timeout -k 5 100 sh ./.sh > .out 2> .err < /dev/null";
+                              " && exec sh " SELFTEST
+                              "/tools/plain.sh KESTREL_TOKEN=\"$KESTREL_TOKEN\" "
+                              "THROUGH_SHIM=\"$THROUGH_SHIM\" sh -c '. " ENVIRONMENT
+                              " && exec timeout -k 5 100 sh ./.sh' > .out 2> .err < /dev/null";
   const int result = std::system(command.c_str());
   Texts shown;
   shown["status"] = {
