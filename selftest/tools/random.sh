@@ -1,7 +1,7 @@
 # Sourced by cases: runs on a token that answers at random.
 
 # All but those of an operator's hands.
-tests="$(sed -n '/byOperator/!s/^ *{"\([A-Za-z]*\)", .*/\1/p' "$SELFTEST/../harness/Tests.h") all"
+tests="$(sed -n '/byOperator/!s/^ *{"\([A-Za-z]*\)", .*/\1/p' "$SELFTEST/../../harness/Tests.h") all"
 
 # try_seeds FIRST LAST: one run a seed, the tests in turn; prints those that did not end well.
 try_seeds() {
