@@ -52,9 +52,8 @@ void printCertificate(const std::uint8_t* der, std::uint32_t length) {
   if (const char* problem = printListing(der, length)) sayError({problem, "\n"});
 }
 
-}  // namespace
-
-CK_RV TestManager::showTokenCertificates() {
+// The walk over the tokens and their certificates.
+CK_RV showTokenCertificates() {
   const std::optional<SlotList> list = fetchOwnSlotList();
   if (!list) return CKR_OK;
   for (const TokenSlot token : PresentTokens(list->all())) {
@@ -74,6 +73,8 @@ CK_RV TestManager::showTokenCertificates() {
   }
   return CKR_OK;
 }
+
+}  // namespace
 
 CK_RV TestManager::displayCertificates() {
   report << "displayCertificates - login to token and display certificates...\n";

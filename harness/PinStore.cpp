@@ -51,16 +51,18 @@ void TestManager::getPin(std::uint64_t position) {
   setPin(text, position);
 }
 
-// Each login hands the module a copy: what it writes over a PIN is not what the next test tries.
+Pin TestManager::storedPin(std::uint64_t position) const {
+  return position < PinStore.size() ? PinStore[position] : Pin();
+}
 
 void TestManager::loginUser(CK_SESSION_HANDLE session, std::uint64_t position) {
   getPin(position);
-  Pin pin = PinStore[position];
+  Pin pin = storedPin(position);
   require(p11::C_Login, session, CKU_USER, pin.data(), pin.length());
 }
 
 void TestManager::loginContextSpecific(CK_SESSION_HANDLE session, std::uint64_t position) {
-  Pin pin = PinStore[position];
+  Pin pin = storedPin(position);
   requireResult("CKU_CONTEXT_SPECIFIC C_Login",
                 p11::C_Login(session, CKU_CONTEXT_SPECIFIC, pin.data(), pin.length()));
 }

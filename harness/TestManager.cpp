@@ -67,9 +67,10 @@ CK_RV TestManager::setup() {
 CK_RV TestManager::teardown() {
   if (moduleHandle == nullptr) return CKR_OK;
   report << "teardown test\n";
-  require(p11::C_Finalize, nullptr);
+  const CK_RV result = p11::C_Finalize(nullptr);
+  requireResult("C_Finalize", result);
   LoadedModule(moduleHandle).reset();
   moduleHandle = nullptr;
   functionList = nullptr;
-  return CKR_OK;
+  return result;
 }

@@ -5,8 +5,7 @@
 
 #include "harness/Objects.h"
 #include "harness/Report.h"
-#include "harness/Slots.h"
-#include "harness/TestManager.h"
+#include "tests/UserSession.h"
 
 namespace {
 
@@ -69,15 +68,15 @@ CK_RV TestManager::findObjectsTest() {
             "C_GetAttributeValue...\n";
   populateSlotList();
   for (const TokenSlot token : PresentTokens(slots())) {
-    const CK_SESSION_HANDLE session = openSession(token.id);
-    loginUser(session, token.position);
-    CK_TOKEN_INFO info{};
-    require(p11::C_GetTokenInfo, token.id, &info);
-    ObjectSearch search{session};
-    search.findCertificates();
-    for (std::size_t i = 0; i < search.certificateCount; ++i) search.showCertificate(i);
-    for (std::size_t i = 0; i < search.certificateCount; ++i) search.findPrivateKeys(i);
-    logoutAndClose(session);
+    asUser(*this, token, [&](CK_SESSION_HANDLE session) {
+      CK_TOKEN_INFO info{};
+      require(p11::C_GetTokenInfo, token.id, &info);
+      ObjectSearch search{session};
+      search.findCertificates();
+      for (std::size_t i = 0; i < search.certificateCount; ++i) search.showCertificate(i);
+      for (std::size_t i = 0; i < search.certificateCount; ++i) search.findPrivateKeys(i);
+      return CKR_OK;
+    });
   }
   return CKR_OK;
 }
