@@ -9,6 +9,8 @@
 #include "harness/Slots.h"
 #include "harness/TestManager.h"
 
+namespace kestrel {
+
 namespace {
 
 constexpr std::size_t maxCertificates = 10;  // shown of one token
@@ -87,3 +89,5 @@ CK_RV TestManager::displayCertificates() {
   require(p11::C_GetInfo, &info);
   return CKR_OK;
 }
+
+}  // namespace kestrel

@@ -9,6 +9,8 @@
 #include <ostream>
 #include <string_view>
 
+namespace kestrel {
+
 // The report. Its integer base and fill character are state that tests share, and part of what
 // reports are compared by. For the first thread; others write whole lines by writeReport().
 extern std::ostream& report;
@@ -52,3 +54,5 @@ void putError(std::initializer_list<std::string_view> pieces);
 
 // sendReport(), then putError(): where both streams are one, the message comes after the report.
 void sayError(std::initializer_list<std::string_view> pieces);
+
+}  // namespace kestrel

@@ -7,6 +7,8 @@
 #include "harness/Terminal.h"
 #include "harness/TestManager.h"
 
+namespace kestrel {
+
 namespace {
 
 // What the module put in the place of standard input is no PIN of the operator's.
@@ -66,3 +68,5 @@ void TestManager::loginContextSpecific(CK_SESSION_HANDLE session, std::uint64_t 
   requireResult("CKU_CONTEXT_SPECIFIC C_Login",
                 p11::C_Login(session, CKU_CONTEXT_SPECIFIC, pin.data(), pin.length()));
 }
+
+}  // namespace kestrel

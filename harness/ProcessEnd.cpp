@@ -14,6 +14,8 @@
 #include "harness/Pin.h"
 #include "harness/Terminal.h"
 
+namespace kestrel {
+
 namespace {
 
 std::atomic<bool> secondThread = false;
@@ -150,3 +152,5 @@ extern "C" void _exit(int status) {
 extern "C" void _Exit(int status) noexcept {
   _exit(status);
 }
+
+}  // namespace kestrel

@@ -3,9 +3,9 @@
 #include "harness/ModulePath.h"
 #include "harness/Report.h"
 
-namespace {
+namespace kestrel {
 
-using kestrel::modulePath;
+namespace {
 
 constexpr char separator[] = "---------------------------------------\n";
 
@@ -74,3 +74,5 @@ CK_RV TestManager::teardown() {
   functionList = nullptr;
   return result;
 }
+
+}  // namespace kestrel

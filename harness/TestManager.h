@@ -14,6 +14,8 @@
 #include "harness/Pin.h"
 #include "harness/Pkcs11.h"
 
+namespace kestrel {
+
 // Every test is a member operation without arguments. A PKCS#11 result that a test does not expect
 // prints its failure line and ends the process with status 1; unless said otherwise a test that
 // returns has passed and returns CKR_OK. Not thread-safe; one instance lives as long as the command
@@ -144,3 +146,5 @@ class TestManager {
   CK_RV negativeSessionTests();
   CK_RV negativeLoginTests();
 };
+
+}  // namespace kestrel

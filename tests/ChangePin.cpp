@@ -7,6 +7,8 @@
 #include "harness/Slots.h"
 #include "harness/TestManager.h"
 
+namespace kestrel {
+
 namespace {
 
 constexpr std::string_view temporaryPinText = "24682468";
@@ -81,3 +83,5 @@ CK_RV TestManager::changePinTest() {
   }
   return CKR_OK;
 }
+
+}  // namespace kestrel

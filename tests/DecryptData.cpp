@@ -9,6 +9,8 @@
 #include "tests/Decryption.h"
 #include "tests/UserSession.h"
 
+namespace kestrel {
+
 namespace {
 
 // The mechanism calls and C_CloseAllSessions go to this slot, whichever is under test: they also
@@ -85,3 +87,5 @@ CK_RV TestManager::decryptData() {
 CK_RV TestManager::decryptWithKeyPairs(CK_SESSION_HANDLE session, CK_ULONG slotPosition) {
   return decryptEach(*this, singlePart, session, static_cast<std::uint32_t>(slotPosition));
 }
+
+}  // namespace kestrel

@@ -7,6 +7,8 @@
 #include "tests/Decryption.h"
 #include "tests/UserSession.h"
 
+namespace kestrel {
+
 namespace {
 
 constexpr std::array mechanisms{rsaPkcs};
@@ -39,3 +41,5 @@ CK_RV TestManager::decryptUpdate() {
 CK_RV TestManager::decryptByUpdate(CK_SESSION_HANDLE session, CK_ULONG slotPosition) {
   return decryptEach(*this, multiPart, session, static_cast<std::uint32_t>(slotPosition));
 }
+
+}  // namespace kestrel

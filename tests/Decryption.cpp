@@ -7,6 +7,8 @@
 #include "harness/Openssl.h"
 #include "harness/Report.h"
 
+namespace kestrel {
+
 namespace {
 
 using namespace std::string_view_literals;
@@ -142,3 +144,5 @@ CK_RV decryptEach(TestManager& manager, const DecryptionWay& way, CK_SESSION_HAN
   }
   return CKR_OK;
 }
+
+}  // namespace kestrel

@@ -11,6 +11,8 @@
 #include "harness/Module.h"
 #include "harness/TestManager.h"
 
+namespace kestrel {
+
 // A mechanism that the token decrypts with, and OpenSSL's padding of the same kind.
 struct DecryptionMechanism {
   CK_MECHANISM_TYPE type;
@@ -41,3 +43,5 @@ struct DecryptionWay {
 // each. Returns all ones for a message too long.
 CK_RV decryptEach(TestManager& manager, const DecryptionWay& way, CK_SESSION_HANDLE session,
                   std::uint32_t slotPosition);
+
+}  // namespace kestrel

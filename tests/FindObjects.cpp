@@ -7,6 +7,8 @@
 #include "harness/Report.h"
 #include "tests/UserSession.h"
 
+namespace kestrel {
+
 namespace {
 
 constexpr std::size_t maxObjects = 16;  // of one search; more are not looked at
@@ -80,3 +82,5 @@ CK_RV TestManager::findObjectsTest() {
   }
   return CKR_OK;
 }
+
+}  // namespace kestrel

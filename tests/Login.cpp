@@ -4,6 +4,8 @@
 #include "harness/Text.h"
 #include "tests/UserSession.h"
 
+namespace kestrel {
+
 CK_RV TestManager::login() {
   report << "Test4 - If token is present ... then test login\n";
   populateSlotList();
@@ -17,3 +19,5 @@ CK_RV TestManager::login() {
   }
   return CKR_OK;
 }
+
+}  // namespace kestrel

@@ -8,6 +8,8 @@
 #include "harness/Slots.h"
 #include "harness/TestManager.h"
 
+namespace kestrel {
+
 namespace {
 
 // What the cases of one token share. Every buffer has room for the length that is announced with it
@@ -221,3 +223,5 @@ CK_RV TestManager::negativeTests() {
   negativeSessionTests();
   return negativeLoginTests();
 }
+
+}  // namespace kestrel

@@ -4,6 +4,8 @@
 #include "harness/Report.h"
 #include "tests/Signing.h"
 
+namespace kestrel {
+
 namespace {
 
 constexpr SigningWay singlePart{
@@ -37,3 +39,5 @@ CK_RV TestManager::signWithKeys(CK_SESSION_HANDLE session, const CK_MECHANISM_TY
   signEach(*this, singlePart, session, {mechanisms, mechanismCount}, slotIndex);
   return CKR_OK;
 }
+
+}  // namespace kestrel

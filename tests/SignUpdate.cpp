@@ -5,6 +5,8 @@
 #include "harness/Report.h"
 #include "tests/Signing.h"
 
+namespace kestrel {
+
 namespace {
 
 void updateInThreeParts(Signing& signing) {
@@ -43,3 +45,5 @@ CK_RV TestManager::signByUpdate(CK_SESSION_HANDLE session, const CK_MECHANISM_TY
   signEach(*this, multiPart, session, {mechanisms, mechanismCount}, slotIndex);
   return CKR_OK;
 }
+
+}  // namespace kestrel

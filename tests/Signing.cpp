@@ -9,6 +9,8 @@
 #include "harness/SignatureMechanisms.h"
 #include "tests/UserSession.h"
 
+namespace kestrel {
+
 namespace {
 
 // The terminating NUL is signed too.
@@ -133,3 +135,5 @@ void signOnTokens(TestManager& manager, SigningOperation operation, const char* 
     });
   }
 }
+
+}  // namespace kestrel

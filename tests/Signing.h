@@ -7,6 +7,8 @@
 
 #include "harness/TestManager.h"
 
+namespace kestrel {
+
 // One signature in the making. The module sees its storage, so it is not copied.
 struct Signing {
   explicit Signing(CK_SESSION_HANDLE openSession) : session(openSession) {}
@@ -53,3 +55,5 @@ using SigningOperation = CK_RV (TestManager::*)(CK_SESSION_HANDLE session,
 // Logs in to every token, runs `operation` on it with the token's mechanisms and logs out; its
 // result is reported under `reportName` unless that is null.
 void signOnTokens(TestManager& manager, SigningOperation operation, const char* reportName);
+
+}  // namespace kestrel

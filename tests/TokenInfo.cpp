@@ -5,6 +5,8 @@
 #include "harness/Slots.h"
 #include "harness/TestManager.h"
 
+namespace kestrel {
+
 namespace {
 
 struct PinFlag {
@@ -59,3 +61,5 @@ CK_RV TestManager::tokenInfoTest() {
   }
   return CKR_OK;
 }
+
+}  // namespace kestrel

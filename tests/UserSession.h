@@ -4,6 +4,8 @@
 #include "harness/Slots.h"
 #include "harness/TestManager.h"
 
+namespace kestrel {
+
 // Opens a session with the token (`unset` as in openSession()), logs in, does `body(session)`, logs
 // out and closes the session. What `body` returns is returned; unless that is CKR_OK the session is
 // left as it is.
@@ -15,3 +17,5 @@ CK_RV asUser(TestManager& manager, const TokenSlot& token, Body body, CK_SESSION
   if (result == CKR_OK) logoutAndClose(session);
   return result;
 }
+
+}  // namespace kestrel

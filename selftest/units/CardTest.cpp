@@ -14,6 +14,7 @@
 
 namespace {
 
+using namespace kestrel;
 using namespace std::literals;
 using Bytes = std::vector<std::uint8_t>;
 
