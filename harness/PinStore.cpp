@@ -47,6 +47,8 @@ void TestManager::getPin(std::uint64_t position) {
     endProgram(-1);
   }
   flushReport();  // after that, so that not even a PIN typed at once is echoed
+  // The prompt speaks of 31 bytes, and a PIN given with "-pw" may have them. Of a typed one 30 are
+  // taken: the 31st byte that is read into is for the zero behind it.
   readLine(text, Pin::maxLength);
   requireInput();  // a thread of the module may have taken it only now
   if (!debug) echoOn();

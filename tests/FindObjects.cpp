@@ -32,8 +32,10 @@ struct ObjectSearch {
   CK_ULONG certificateCount = 0;
   CK_BBOOL isToken = CK_TRUE;
   CK_BBOOL isPrivate = CK_TRUE;
-  CK_OBJECT_CLASS certificateClass = CKO_CERTIFICATE;  // then the count of the key searches
+  CK_OBJECT_CLASS certificateClass = CKO_CERTIFICATE;
   CK_OBJECT_CLASS privateKeyClass = CKO_PRIVATE_KEY;
+  // What the module finds there at the first key search is in its traces of all releases.
+  CK_ULONG keyCount = CKO_CERTIFICATE;
   std::array<std::array<CK_BYTE, 8>, maxObjects> ids{};  // never filled: keys are sought by zeros
 
   void findCertificates() {
@@ -59,7 +61,7 @@ struct ObjectSearch {
         {CKA_CLASS, &privateKeyClass, sizeof privateKeyClass},
         {CKA_ID, ids[index].data(), ids[index].size()},
     }};
-    findObjects(session, attributes, handles, certificateClass);
+    findObjects(session, attributes, handles, keyCount);
   }
 };
 
