@@ -36,7 +36,7 @@ class TestManager {
   // the process with status -1 (255).
   void setPin(const char* pin, std::uint64_t position);
 
-  // Runs the twelve tests of "all" on this object, without a set-up of their own.
+  // Runs the tests of "all" on this object, without a set-up of their own.
   void runAll();
 
   // cards/PrintInfo.cpp: the module, the readers, their cards and tokens. Returns what its last
