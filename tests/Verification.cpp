@@ -22,30 +22,30 @@ struct Signature {
 };
 
 struct OpensslDigest {
-  const Digest* digest;
+  CK_MECHANISM_TYPE type;
   const EVP_MD* (*openssl)();
 };
 
 constexpr std::array opensslDigests{
-    OpensslDigest{&sha1, EVP_sha1},
-    OpensslDigest{&sha256, EVP_sha256},
-    OpensslDigest{&sha384, EVP_sha384},
-    OpensslDigest{&sha512, EVP_sha512},
+    OpensslDigest{CKM_SHA_1, EVP_sha1},
+    OpensslDigest{CKM_SHA256, EVP_sha256},
+    OpensslDigest{CKM_SHA384, EVP_sha384},
+    OpensslDigest{CKM_SHA512, EVP_sha512},
 };
 
-constexpr const OpensslDigest* findDigest(const Digest* digest) {
-  return std::ranges::find(opensslDigests, digest, &OpensslDigest::digest);
+constexpr const OpensslDigest* findDigest(const Digest& digest) {
+  return std::ranges::find(opensslDigests, digest.type, &OpensslDigest::type);
 }
 
 static_assert(std::ranges::all_of(signatureMechanisms, [](const SignatureMechanism& row) {
-  return row.digest == nullptr || findDigest(row.digest) != opensslDigests.end();
+  return row.padding == Padding::unchecked || findDigest(*row.digest) != opensslDigests.end();
 }));
 
 // In both checks only a result of 0 rejects, on purpose: a negative one says that OpenSSL could not
 // check, as with a certificate of another kind of key, and that is no fault of the signature.
 bool verifyPkcs1(EVP_MD_CTX* context, const Digest& digest, const Signature& signature,
                  EVP_PKEY* key) {
-  EVP_DigestInit_ex(context, findDigest(&digest)->openssl(), nullptr);
+  EVP_DigestInit_ex(context, findDigest(digest)->openssl(), nullptr);
   EVP_DigestUpdate(context, signature.data, signature.dataLength);
   return EVP_VerifyFinal(context, signature.bytes, static_cast<unsigned>(signature.length), key) !=
          0;
@@ -53,7 +53,7 @@ bool verifyPkcs1(EVP_MD_CTX* context, const Digest& digest, const Signature& sig
 
 bool verifyPss(EVP_MD_CTX* context, const Digest& digest, const Signature& signature,
                EVP_PKEY* key) {
-  if (EVP_DigestVerifyInit(context, nullptr, findDigest(&digest)->openssl(), nullptr, key) == 0)
+  if (EVP_DigestVerifyInit(context, nullptr, findDigest(digest)->openssl(), nullptr, key) == 0)
     return false;
   EVP_PKEY_CTX* const keyContext = EVP_MD_CTX_get_pkey_ctx(context);
   return keyContext != nullptr &&
