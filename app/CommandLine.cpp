@@ -10,6 +10,8 @@
 #include "harness/Output.h"
 #include "harness/Tests.h"
 
+namespace kestrel {
+
 namespace {
 
 constexpr std::string_view usageHead =
@@ -23,7 +25,7 @@ Arguments:
 )";
 
 constexpr std::size_t nameWidth = 20;
-static_assert(std::ranges::all_of(kestrel::tests, [](const kestrel::Test& test) {
+static_assert(std::ranges::all_of(tests, [](const Test& test) {
   return test.advertised.size() < nameWidth;
 }));
 
@@ -34,7 +36,7 @@ void printUsageLine(std::string_view name, std::string_view text) {
 void printUsage() {
   report << usageHead;
   printUsageLine("all", "Run all tests.");
-  for (const kestrel::Test& test : kestrel::tests) printUsageLine(test.advertised, test.usage);
+  for (const Test& test : tests) printUsageLine(test.advertised, test.usage);
 }
 
 void takePin(TestManager& manager, char* argument) {
@@ -68,3 +70,5 @@ int runCommandLine(int argc, char** argv) {
   }
   return 0;
 }
+
+}  // namespace kestrel

@@ -7,6 +7,8 @@
 #include "harness/Output.h"
 #include "harness/Tests.h"
 
+namespace kestrel {
+
 namespace {
 
 template <auto operation>
@@ -41,8 +43,7 @@ constexpr std::array TestRegistry{
 };
 
 constexpr std::span testEntries = std::span(TestRegistry).subspan<2>();
-static_assert(std::ranges::equal(testEntries, kestrel::tests, {}, &TestEntry::name,
-                                 &kestrel::Test::name),
+static_assert(std::ranges::equal(testEntries, tests, {}, &TestEntry::name, &Test::name),
               "every test of the table has its operation here, in the same order");
 
 }  // namespace
@@ -50,7 +51,7 @@ static_assert(std::ranges::equal(testEntries, kestrel::tests, {}, &TestEntry::na
 void TestManager::runAll() {
   report << "Test - run all available test functions..." << std::endl;
   for (std::size_t i = 0; i < testEntries.size(); ++i) {
-    if (kestrel::tests[i].is(kestrel::Test::inAll)) testEntries[i].run(*this);
+    if (tests[i].is(Test::inAll)) testEntries[i].run(*this);
   }
 }
 
@@ -58,3 +59,5 @@ const TestEntry* findEntry(std::string_view name) {
   const auto* entry = std::ranges::find(TestRegistry, name, &TestEntry::name);
   return entry == TestRegistry.end() ? nullptr : entry;
 }
+
+}  // namespace kestrel

@@ -6,6 +6,8 @@
 
 #include "harness/TestManager.h"
 
+namespace kestrel {
+
 // One entry: `run` is called after TestManager::setup(), except for "-a", which only sets a flag.
 struct TestEntry {
   std::string_view name;
@@ -15,3 +17,5 @@ struct TestEntry {
 
 // The entry of exactly this name, case included; null for an unknown one.
 const TestEntry* findEntry(std::string_view name);
+
+}  // namespace kestrel

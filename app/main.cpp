@@ -6,6 +6,8 @@
 #include "harness/ProcessEnd.h"
 #include "harness/Signals.h"
 
+using namespace kestrel;
+
 int main(int argc, char** argv) {
   openOutput();
   installSignalHandlers();

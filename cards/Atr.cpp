@@ -9,6 +9,8 @@
 #include "harness/Bytes.h"
 #include "harness/Output.h"
 
+namespace kestrel {
+
 namespace {
 
 using AtrBytes = std::array<std::uint8_t, maxAtrLength>;
@@ -108,3 +110,5 @@ std::int32_t matchAtr(std::span<const KnownCard> table, const std::uint8_t* atrB
   const auto row = std::ranges::find_if(table, fits);
   return row == table.end() ? -1 : static_cast<std::int32_t>(row - table.begin());
 }
+
+}  // namespace kestrel

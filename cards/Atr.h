@@ -7,6 +7,8 @@
 
 #include "harness/KnownCard.h"
 
+namespace kestrel {
+
 inline constexpr std::size_t maxAtrLength = 33;  // bytes; no card answers with more
 
 // Turns zero-terminated hexadecimal text into bytes. Blanks, colons and commas may stand between
@@ -19,3 +21,5 @@ std::uint32_t parseHexText(const char* text, std::uint8_t* out, std::size_t* inO
 // mask, -1 for none. An ATR of more than maxAtrLength bytes fits no row and is printed as empty.
 std::int32_t matchAtr(std::span<const KnownCard> table, const std::uint8_t* atrBytes,
                       std::size_t atrLength);
+
+}  // namespace kestrel

@@ -9,6 +9,8 @@
 #include "harness/Slots.h"
 #include "harness/TestManager.h"
 
+namespace kestrel {
+
 namespace {
 
 constexpr std::size_t maxCertificates = 10;  // shown of one token
@@ -52,9 +54,8 @@ void printCertificate(const std::uint8_t* der, std::uint32_t length) {
   if (const char* problem = printListing(der, length)) sayError({problem, "\n"});
 }
 
-}  // namespace
-
-CK_RV TestManager::showTokenCertificates() {
+// The walk over the tokens and their certificates.
+CK_RV showTokenCertificates() {
   const std::optional<SlotList> list = fetchOwnSlotList();
   if (!list) return CKR_OK;
   for (const TokenSlot token : PresentTokens(list->all())) {
@@ -75,6 +76,8 @@ CK_RV TestManager::showTokenCertificates() {
   return CKR_OK;
 }
 
+}  // namespace
+
 CK_RV TestManager::displayCertificates() {
   report << "displayCertificates - login to token and display certificates...\n";
   showTokenCertificates();
@@ -86,3 +89,5 @@ CK_RV TestManager::displayCertificates() {
   require(p11::C_GetInfo, &info);
   return CKR_OK;
 }
+
+}  // namespace kestrel

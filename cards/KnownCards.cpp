@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <string_view>
 
+namespace kestrel {
+
 namespace {
 
 // Thirty-three mask bytes that let every bit count: the end of this text is the mask of any ATR.
@@ -150,3 +152,5 @@ constexpr std::array<KnownCard, 78> KnownCardTable{{
 
 static_assert(std::ranges::all_of(KnownCardTable, masksFit), "a mask covers its ATR to the byte");
 static_assert(!std::string_view(KnownCardTable.back().atr).empty(), "a row is missing");
+
+}  // namespace kestrel

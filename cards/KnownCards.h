@@ -5,5 +5,9 @@
 
 #include "harness/KnownCard.h"
 
+namespace kestrel {
+
 // In the order in which the rows are tried: the first one that fits an ATR names the card.
 extern const std::array<KnownCard, 78> KnownCardTable;
+
+}  // namespace kestrel

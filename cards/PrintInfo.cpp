@@ -7,6 +7,8 @@
 #include "harness/TestManager.h"
 #include "harness/Text.h"
 
+namespace kestrel {
+
 namespace {
 
 void printModule() {
@@ -65,3 +67,5 @@ CK_RV TestManager::printInfo() {
   }
   return result;
 }
+
+}  // namespace kestrel

@@ -8,6 +8,8 @@
 #include "cards/Atr.h"
 #include "harness/Module.h"
 
+namespace kestrel {
+
 namespace {
 
 // Calls `function` of PC/SC with these arguments, under its name: one that hangs is named like one
@@ -122,3 +124,5 @@ std::uint32_t queryReaderAtr(std::int32_t& matchIndex, std::uint32_t readerIndex
   const bool known = service.release() && matchIndex >= 1;
   return static_cast<std::uint32_t>(known ? SCARD_S_SUCCESS : SCARD_F_INTERNAL_ERROR);
 }
+
+}  // namespace kestrel

@@ -8,6 +8,8 @@
 
 #include "harness/KnownCard.h"
 
+namespace kestrel {
+
 using ReaderName = std::array<char, 512>;  // zero-terminated
 
 // Copies the name that `readerIndex` stands for out of a multi-string of `listLength` bytes: 0 is
@@ -21,3 +23,5 @@ void pickReaderName(const char* readerList, ReaderName& nameOut, std::uint32_t r
 // Prints no failure.
 std::uint32_t queryReaderAtr(std::int32_t& matchIndex, std::uint32_t readerIndex,
                              std::span<const KnownCard> table);
+
+}  // namespace kestrel

@@ -6,6 +6,8 @@
 
 #include "harness/Output.h"
 
+namespace kestrel {
+
 namespace {
 
 constexpr char hexDigits[] = "0123456789abcdef";
@@ -70,3 +72,5 @@ std::uint32_t bytesToHex(const std::uint8_t* input, std::uint64_t inputLength, c
   *output = '\0';
   return hexTextOk;
 }
+
+}  // namespace kestrel

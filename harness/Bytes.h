@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+namespace kestrel {
+
 // Prints `length` bytes sixteen to a line as offset, hexadecimal bytes and printable characters,
 // then an empty line. Leaves standard output in hexadecimal with the fill character '0'. A null
 // buffer or a length of 0 prints one line that says so, in decimal.
@@ -19,3 +21,5 @@ inline constexpr std::uint32_t hexTextTooLong = 0x80100008;  // SCARD_E_INSUFFIC
 // characters are enough: 2 a byte and 1 without a separator, 3 a byte with one.
 std::uint32_t bytesToHex(const std::uint8_t* input, std::uint64_t inputLength, char* output,
                          std::uint64_t outputSize, std::uint32_t separator);
+
+}  // namespace kestrel

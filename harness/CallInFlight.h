@@ -4,6 +4,8 @@
 #include <atomic>
 #include <string_view>
 
+namespace kestrel {
+
 // Names a call on this thread while it lives: a PKCS#11 function, the loader's that runs the
 // module's code, or one of PC/SC.
 class CallInFlight {
@@ -41,3 +43,5 @@ class CallInFlight {
   static constinit thread_local std::atomic<const char*> current;
   static std::atomic<const char*>* first;
 };
+
+}  // namespace kestrel

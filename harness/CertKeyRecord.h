@@ -6,6 +6,8 @@
 
 #include "harness/Pkcs11.h"
 
+namespace kestrel {
+
 // One private key found on a token, and the objects of the same CKA_ID. A value: tests copy it.
 struct CertKeyRecord {
   CK_OBJECT_HANDLE publicKeyHandle = 0;    // 0 when the token has none
@@ -14,3 +16,5 @@ struct CertKeyRecord {
   std::string certificateValue;            // the certificate's DER bytes
   std::uint32_t slotIndex = 0;             // position in the slot list, from 0
 };
+
+}  // namespace kestrel

@@ -2,6 +2,8 @@
 
 #include <dlfcn.h>
 
+namespace kestrel {
+
 namespace {
 
 // What the module throws while it is loaded or unloaded passes through the loader, which its
@@ -37,3 +39,5 @@ const char* loaderError() {
   const char* text = dlerror();
   return text == nullptr ? "unknown error" : text;
 }
+
+}  // namespace kestrel

@@ -8,6 +8,8 @@
 #include "harness/Pkcs11.h"
 #include "harness/ProcessEnd.h"
 
+namespace kestrel {
+
 // The module's functions; null until TestManager::setup() has fetched them. Owned by the module.
 extern CK_FUNCTION_LIST* functionList;
 
@@ -114,3 +116,5 @@ LoadedModule loadModule(const char* path);
 CK_C_GetFunctionList findEntryPoint(const LoadedModule& module);
 
 const char* loaderError();
+
+}  // namespace kestrel

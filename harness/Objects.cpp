@@ -5,6 +5,8 @@
 
 #include "harness/Report.h"
 
+namespace kestrel {
+
 void findObjects(CK_SESSION_HANDLE session, std::span<CK_ATTRIBUTE> attributes,
                  std::span<CK_OBJECT_HANDLE> handles, CK_ULONG& count, const SearchNames& names) {
   requireResult(names.init, p11::C_FindObjectsInit(session, attributes.data(), attributes.size()));
@@ -43,3 +45,5 @@ std::vector<CK_BYTE> readCertificate(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE
   }};
   return fetchAttribute(session, certificate, attributes, 1, limit);
 }
+
+}  // namespace kestrel

@@ -8,6 +8,8 @@
 
 #include "harness/Module.h"
 
+namespace kestrel {
+
 // The names under which the three calls of a search are reported.
 struct SearchNames {
   const char* init = "C_FindObjectsInit";
@@ -36,3 +38,5 @@ std::vector<CK_BYTE> fetchAttribute(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE 
 // too, whose lengths nobody uses: reports and modules' traces of all releases show them.
 std::vector<CK_BYTE> readCertificate(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE certificate,
                                      CK_ULONG limit = maxAnswerLength);
+
+}  // namespace kestrel

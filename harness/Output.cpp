@@ -19,6 +19,8 @@
 
 #include "harness/StandardStream.h"
 
+namespace kestrel {
+
 namespace {
 
 // Nothing here is ever destroyed or allocated: it serves until the last instruction, and on a heap
@@ -233,3 +235,5 @@ void sayError(std::initializer_list<std::string_view> pieces) {
   sendReport();
   putError(pieces);
 }
+
+}  // namespace kestrel

@@ -9,6 +9,8 @@
 #include <ostream>
 #include <string_view>
 
+namespace kestrel {
+
 // The report. Its integer base and fill character are state that tests share, and part of what
 // reports are compared by. For the first thread; others write whole lines by writeReport().
 extern std::ostream& report;
@@ -27,11 +29,12 @@ void writeReport(std::string_view text);
 // terminal.
 void batchReport();
 
-// Whether text has to go out, or a failed write be met, before foreign code runs.
+// Whether there is something to do before foreign code runs: text to be written, or the run to be
+// ended because a write failed.
 bool reportIsDue();
 
-// Writes what is pending. Returns false, once it is said on standard error, when a write failed now
-// or before: nothing more is written then.
+// Writes what is pending. Returns false when a write fails or one before it has failed. The first
+// failure is said on standard error, and nothing is written after it.
 bool sendReport();
 
 // Writes what is pending and `lastLine`; nobody adds anything afterwards. Returns as sendReport().
@@ -52,3 +55,5 @@ void putError(std::initializer_list<std::string_view> pieces);
 
 // sendReport(), then putError(): where both streams are one, the message comes after the report.
 void sayError(std::initializer_list<std::string_view> pieces);
+
+}  // namespace kestrel

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+namespace kestrel {
+
 namespace {
 
 Pin* first = nullptr;
@@ -44,3 +46,5 @@ void Pin::wipe() {
 void Pin::wipeAll() {
   for (Pin* pin = first; pin != nullptr; pin = pin->next_) pin->wipe();
 }
+
+}  // namespace kestrel

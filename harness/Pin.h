@@ -7,6 +7,8 @@
 
 #include "harness/Pkcs11.h"
 
+namespace kestrel {
+
 // Holds a PIN of up to 31 bytes in storage of its own that is zero behind the PIN and is wiped when
 // it is released, and at the latest when the process ends itself. The negative tests announce 8
 // bytes whatever the PIN's length: those are there. Not thread-safe.
@@ -35,3 +37,5 @@ class Pin {
   Pin* previous_ = nullptr;  // all PINs form a list
   Pin* next_;
 };
+
+}  // namespace kestrel

@@ -7,6 +7,8 @@
 #include "harness/Terminal.h"
 #include "harness/TestManager.h"
 
+namespace kestrel {
+
 namespace {
 
 // What the module put in the place of standard input is no PIN of the operator's.
@@ -45,22 +47,28 @@ void TestManager::getPin(std::uint64_t position) {
     endProgram(-1);
   }
   flushReport();  // after that, so that not even a PIN typed at once is echoed
+  // The prompt speaks of 31 bytes, and a PIN given with "-pw" may have them. Of a typed one 30 are
+  // taken: the 31st byte that is read into is for the zero behind it.
   readLine(text, Pin::maxLength);
   requireInput();  // a thread of the module may have taken it only now
   if (!debug) echoOn();
   setPin(text, position);
 }
 
-// Each login hands the module a copy: what it writes over a PIN is not what the next test tries.
+Pin TestManager::storedPin(std::uint64_t position) const {
+  return position < PinStore.size() ? PinStore[position] : Pin();
+}
 
 void TestManager::loginUser(CK_SESSION_HANDLE session, std::uint64_t position) {
   getPin(position);
-  Pin pin = PinStore[position];
+  Pin pin = storedPin(position);
   require(p11::C_Login, session, CKU_USER, pin.data(), pin.length());
 }
 
 void TestManager::loginContextSpecific(CK_SESSION_HANDLE session, std::uint64_t position) {
-  Pin pin = PinStore[position];
+  Pin pin = storedPin(position);
   requireResult("CKU_CONTEXT_SPECIFIC C_Login",
                 p11::C_Login(session, CKU_CONTEXT_SPECIFIC, pin.data(), pin.length()));
 }
+
+}  // namespace kestrel

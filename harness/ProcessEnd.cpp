@@ -14,6 +14,8 @@
 #include "harness/Pin.h"
 #include "harness/Terminal.h"
 
+namespace kestrel {
+
 namespace {
 
 std::atomic<bool> secondThread = false;
@@ -126,10 +128,14 @@ namespace {
 
 }  // namespace
 
-// These take the place of the C library's. Those run no handler, exit() not in a destructor of the
-// module's: a module that calls them would end the run in silence, with a status of its choice.
-// What a destructor throws passes through the library's exit(), which its declaration in the header
-// denies: a handler around a call by that name might be left out by the compiler.
+// A module that ends the process calls one of these three functions, and finds kestrel's. The C
+// library's would end the run in silence, with a status of the module's choice: its _exit() and
+// _Exit() run no handler at all, and its exit() runs none when a destructor of the module calls it,
+// because by then the handlers have run.
+//
+// A destructor may throw, and the exception comes out of the library's exit(). The header says that
+// no exception does, so that the compiler may leave out a handler around that call. This is why
+// the function has another name here, and finds the library's by its address.
 extern "C" [[noreturn]] void exitOrRefuse(int status) __asm__("exit");
 void exitOrRefuse(int status) {
   if (handlersAreDone && isOwnProcess()) status = ownStatus;
@@ -150,3 +156,5 @@ extern "C" void _exit(int status) {
 extern "C" void _Exit(int status) noexcept {
   _exit(status);
 }
+
+}  // namespace kestrel

@@ -3,6 +3,8 @@
 
 #include <string_view>
 
+namespace kestrel {
+
 // Ends the process: PINs are wiped, the report is written behind `lastLine`, `status` goes to the
 // shell (1 if the report could not be written), nothing else is undone (no C_Finalize, no
 // unloading). The first thread that asks for it wins and others stop; the same thread a second time
@@ -31,3 +33,5 @@ const char* whatWasThrown();
 // What is owed to the operator before the process goes, after the line that says why: the echo of
 // the terminal, no PIN in a core file, the report. For handlers.
 void tidyUp();
+
+}  // namespace kestrel

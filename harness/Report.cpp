@@ -7,6 +7,8 @@
 
 #include "harness/CkrName.h"
 
+namespace kestrel {
+
 namespace {
 
 std::string passedLine(const char* name) {
@@ -37,3 +39,5 @@ CK_RV printReturnAndClose(CK_SESSION_HANDLE session, const char* label, CK_RV re
   p11::C_CloseSession(session);
   return returnValue;
 }
+
+}  // namespace kestrel

@@ -5,6 +5,8 @@
 
 #include "harness/Module.h"
 
+namespace kestrel {
+
 // Writes the report line of a call named `name` and ends the process with status 1 unless the call
 // passed: "NAME() passed" when `returnValue` is `expected` in all its 64 bits, otherwise the
 // failure line with the value's low 32 bits in hexadecimal and its name. A failure line leaves the
@@ -21,3 +23,5 @@ void require(const ModuleFunction<Parameters...>& function,
 // Writes "LABEL: return value: " and the whole value in decimal, and closes the session, whatever
 // comes of that. Returns the value.
 CK_RV printReturnAndClose(CK_SESSION_HANDLE session, const char* label, CK_RV returnValue);
+
+}  // namespace kestrel

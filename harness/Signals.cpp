@@ -17,6 +17,8 @@
 #include "harness/Output.h"
 #include "harness/ProcessEnd.h"
 
+namespace kestrel {
+
 namespace {
 
 enum class Kind {
@@ -196,3 +198,5 @@ SignalsMet::~SignalsMet() {
   for (const Replaced& one : replaced_) sigaction(one.number, &one.action, nullptr);
   pthread_sigmask(SIG_SETMASK, &blocked_, nullptr);
 }
+
+}  // namespace kestrel

@@ -5,6 +5,8 @@
 
 #include <vector>
 
+namespace kestrel {
+
 // Installs handlers for the signals that end a process by default: crashes, and whatever else is
 // not ignored (as nohup has it). Each says on standard error in which call the process was, gives
 // the terminal its echo back, wipes the PINs, writes what is pending of the report, and then lets
@@ -37,3 +39,5 @@ class SignalsMet {
   std::vector<Replaced> replaced_;
   sigset_t blocked_{};
 };
+
+}  // namespace kestrel

@@ -3,6 +3,8 @@
 #include "harness/Report.h"
 #include "harness/TestManager.h"
 
+namespace kestrel {
+
 namespace {
 
 constexpr CK_ULONG maxSlots = CK_ULONG{1} << 20;  // 8 MiB of IDs; more is no answer
@@ -64,3 +66,5 @@ void logoutAndClose(CK_SESSION_HANDLE session) {
   require(p11::C_Logout, session);
   require(p11::C_CloseSession, session);
 }
+
+}  // namespace kestrel

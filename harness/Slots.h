@@ -9,6 +9,8 @@
 
 #include "harness/Pkcs11.h"
 
+namespace kestrel {
+
 // Fetches the IDs of all slots, with or without a token, in the module's order: `list` gets a new
 // array, `count` its length. Both calls are reported under "C_GetSlotList" and a failure ends the
 // process with status 1. Returns false, with no second call, when the module has no slot.
@@ -81,3 +83,5 @@ CK_SESSION_HANDLE openSession(CK_SLOT_ID slot, CK_SESSION_HANDLE unset = 0);
 
 // C_Logout and C_CloseSession, each reported.
 void logoutAndClose(CK_SESSION_HANDLE session);
+
+}  // namespace kestrel

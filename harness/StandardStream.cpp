@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+namespace kestrel {
+
 namespace {
 
 // Above what shells and modules count from, so that modules get the numbers they always got.
@@ -32,3 +34,5 @@ bool StandardStream::isAt(int descriptor) const {
   return descriptor >= 0 && fstat(descriptor, &status) == 0 && status.st_dev == device_ &&
          status.st_ino == inode_;
 }
+
+}  // namespace kestrel

@@ -4,6 +4,8 @@
 #include <sys/types.h>
 #include <unistd.h>
 
+namespace kestrel {
+
 // Finds one of the three again, whatever the module closed or opened: at its own number, or by a
 // duplicate above the numbers that modules get. A file that took either number is not it. For
 // handlers too.
@@ -34,3 +36,5 @@ class StandardStream {
 inline constinit StandardStream standardInput(STDIN_FILENO);
 inline constinit StandardStream standardOutput(STDOUT_FILENO);
 inline constinit StandardStream standardError(STDERR_FILENO);
+
+}  // namespace kestrel

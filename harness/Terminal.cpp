@@ -10,6 +10,8 @@
 
 #include "harness/StandardStream.h"
 
+namespace kestrel {
+
 namespace {
 
 termios savedTerminal;
@@ -99,3 +101,5 @@ void readLine(char* buffer, std::size_t size) {
   }
   buffer[kept] = '\0';
 }
+
+}  // namespace kestrel

@@ -3,6 +3,8 @@
 
 #include <cstddef>
 
+namespace kestrel {
+
 // Switches the echo of standard input off (ECHO alone; the rest of the terminal's modes stay).
 // Returns false when there is no terminal. Until echoOn(), every end of the process restores the
 // terminal first (see ProcessEnd.h), and a stop (Ctrl-Z) gives the shell its terminal as it was.
@@ -19,3 +21,5 @@ void restoreEcho();
 // becomes the answer to the next question; the end of input ends the line. Nothing of the line
 // stays in a buffer of the process.
 void readLine(char* buffer, std::size_t size);
+
+}  // namespace kestrel

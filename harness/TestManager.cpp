@@ -3,9 +3,9 @@
 #include "harness/ModulePath.h"
 #include "harness/Report.h"
 
-namespace {
+namespace kestrel {
 
-using kestrel::modulePath;
+namespace {
 
 constexpr char separator[] = "---------------------------------------\n";
 
@@ -67,9 +67,12 @@ CK_RV TestManager::setup() {
 CK_RV TestManager::teardown() {
   if (moduleHandle == nullptr) return CKR_OK;
   report << "teardown test\n";
-  require(p11::C_Finalize, nullptr);
+  const CK_RV result = p11::C_Finalize(nullptr);
+  requireResult("C_Finalize", result);
   LoadedModule(moduleHandle).reset();
   moduleHandle = nullptr;
   functionList = nullptr;
-  return CKR_OK;
+  return result;
 }
+
+}  // namespace kestrel

@@ -14,12 +14,7 @@
 #include "harness/Pin.h"
 #include "harness/Pkcs11.h"
 
-// What the twin tests of signing and of decryption differ in: tests/Signing.h, tests/Decryption.h.
-struct Signing;
-struct SigningWay;
-struct DecryptionMechanism;
-struct DecryptionWay;
-struct NegativeCase;  // a row of tests/NegativeTests.cpp
+namespace kestrel {
 
 // Every test is a member operation without arguments. A PKCS#11 result that a test does not expect
 // prints its failure line and ends the process with status 1; unless said otherwise a test that
@@ -41,7 +36,7 @@ class TestManager {
   // the process with status -1 (255).
   void setPin(const char* pin, std::uint64_t position);
 
-  // Runs the twelve tests of "all" on this object, without a set-up of their own.
+  // Runs the tests of "all" on this object, without a set-up of their own.
   void runAll();
 
   // cards/PrintInfo.cpp: the module, the readers, their cards and tokens. Returns what its last
@@ -104,6 +99,27 @@ class TestManager {
   CK_RV decryptWithKeyPairs(CK_SESSION_HANDLE session, CK_ULONG slotPosition);
   CK_RV decryptByUpdate(CK_SESSION_HANDLE session, CK_ULONG slotPosition);
 
+  // What the tests build on. Fetches all slots for slots(); no slot at all ends the process with
+  // status 1.
+  CK_RV populateSlotList();
+  std::span<const CK_SLOT_ID> slots() const { return {slotList.get(), slotCount}; }
+
+  // Sees to it that there is a PIN for `position`, by asking the operator if need be.
+  void getPin(std::uint64_t position);
+  // That PIN; an empty one for a position that has none. A module gets no other than a copy: what
+  // it writes over a PIN is not what the next test tries.
+  Pin storedPin(std::uint64_t position) const;
+  // getPin(), then C_Login as CKU_USER with the PIN of `position`; reported.
+  void loginUser(CK_SESSION_HANDLE session, std::uint64_t position);
+  // C_Login as CKU_CONTEXT_SPECIFIC with the PIN of `position`, for a key that wants it before
+  // every use; reported.
+  void loginContextSpecific(CK_SESSION_HANDLE session, std::uint64_t position);
+
+  // tests/Discovery.cpp. The keys of a slot position that a test uses: all, or the first while
+  // firstCertificateOnly is set. Runs discovery with `session` while nothing was discovered for any
+  // slot.
+  std::span<const CertKeyRecord> keysToTest(CK_SESSION_HANDLE session, std::uint32_t slotIndex);
+
   bool firstCertificateOnly = true;  // cleared by "-a": the key tests use every key
   bool debug = false;                // set by "-d": the PIN prompt leaves echo on
 
@@ -121,52 +137,14 @@ class TestManager {
   std::string decodedCertificate;
   KeyOwner decodedKey;
 
-  // Finalises and unloads the module, once, however often setup() ran. Returns what C_Finalize did.
+  // Finalises and unloads the module, once, however often setup() ran. Returns what C_Finalize
+  // returned, CKR_OK without a module.
   CK_RV teardown();
-
-  // Fetches all slots into slotList; no slot at all ends the process with status 1.
-  CK_RV populateSlotList();
-  std::span<const CK_SLOT_ID> slots() const { return {slotList.get(), slotCount}; }
-
-  // Sees to it that PinStore has an entry for `position`, by asking the operator if need be.
-  void getPin(std::uint64_t position);
-  // getPin(), then C_Login as CKU_USER with the PIN of `position`; reported.
-  void loginUser(CK_SESSION_HANDLE session, std::uint64_t position);
 
   // The parts of negativeTests(), each returning the result of its last case.
   CK_RV negativeLibraryTests();
   CK_RV negativeSessionTests();
   CK_RV negativeLoginTests();
-  // Runs the cases on every token present, each token with handles and buffers of its own.
-  CK_RV runNegativeCases(std::span<const NegativeCase> cases);
-
-  // Logs in with the PIN of `position`, to be a wrong one, until the token says that it is locked.
-  // Leaves its session open.
-  void lockUserPin(CK_SLOT_ID slot, std::uint64_t position);
-  // C_Login as CKU_CONTEXT_SPECIFIC with the PIN of `position`, for a key that wants it before
-  // every use; reported.
-  void loginContextSpecific(CK_SESSION_HANDLE session, std::uint64_t position);
-
-  // The keys of a slot position that a test uses: all, or the first while firstCertificateOnly is
-  // set. Runs discovery with `session` while nothing was discovered for any slot.
-  std::span<const CertKeyRecord> keysToTest(CK_SESSION_HANDLE session, std::uint32_t slotIndex);
-
-  // tests/Signing.cpp. Logs in to every token, runs `operation` on it with the token's mechanisms
-  // and logs out; its result is reported under `reportName` unless that is null.
-  using SigningOperation = decltype(&TestManager::signWithKeys);
-  CK_RV signOnTokens(SigningOperation operation, const char* reportName);
-  // Walks the keys and mechanisms of one token, and makes and verifies one signature.
-  CK_RV signEach(const SigningWay& way, CK_SESSION_HANDLE session,
-                 std::span<const CK_MECHANISM_TYPE> mechanisms, std::uint32_t slotIndex);
-  void signAndVerify(const SigningWay& way, Signing& signing, const CertKeyRecord& record);
-
-  // tests/Decryption.cpp. Walks the keys of one token and a test's mechanisms, and has the token
-  // decrypt one message. Return all ones for a message too long.
-  CK_RV decryptEach(const DecryptionWay& way, CK_SESSION_HANDLE session,
-                    std::uint32_t slotPosition);
-  CK_RV decryptMessage(const DecryptionWay& way, DecryptionMechanism mechanism,
-                       CK_SESSION_HANDLE session, const CertKeyRecord& record, EVP_PKEY* publicKey);
-
-  // The walk of displayCertificates over the tokens and their certificates.
-  static CK_RV showTokenCertificates();
 };
+
+}  // namespace kestrel

@@ -6,6 +6,8 @@
 
 #include "harness/Pkcs11.h"
 
+namespace kestrel {
+
 // A field at its full width, padding included.
 template <std::size_t width>
 std::string_view fullText(const CK_UTF8CHAR (&field)[width]) {
@@ -20,3 +22,5 @@ inline std::string_view runOnDescription(const CK_SLOT_INFO& info) {
   static_assert(offsetof(CK_SLOT_INFO, slotDescription) == 0);
   return record.substr(0, record.find('\0'));
 }
+
+}  // namespace kestrel

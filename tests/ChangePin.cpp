@@ -7,6 +7,8 @@
 #include "harness/Slots.h"
 #include "harness/TestManager.h"
 
+namespace kestrel {
+
 namespace {
 
 constexpr std::string_view temporaryPinText = "24682468";
@@ -76,8 +78,10 @@ CK_RV TestManager::changePinTest() {
     getPin(token.position);
     // A read-only session without a login: what a module makes of C_SetPIN there is the test.
     const CK_SESSION_HANDLE session = openSession(token.id);
-    const CK_RV result = changePinAndBack({session, PinStore[token.position]});
+    const CK_RV result = changePinAndBack({session, storedPin(token.position)});
     if (result != CKR_OK) return result;
   }
   return CKR_OK;
 }
+
+}  // namespace kestrel

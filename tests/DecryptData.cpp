@@ -6,9 +6,10 @@
 
 #include "harness/Bytes.h"
 #include "harness/Report.h"
-#include "harness/Slots.h"
-#include "harness/TestManager.h"
 #include "tests/Decryption.h"
+#include "tests/UserSession.h"
+
+namespace kestrel {
 
 namespace {
 
@@ -70,19 +71,21 @@ CK_RV TestManager::decryptData() {
   for (const TokenSlot token : PresentTokens(list->all())) {
     CK_TOKEN_INFO tokenInfo{};
     require(p11::C_GetTokenInfo, token.id, &tokenInfo);
-    const CK_SESSION_HANDLE session = openSession(token.id, ~CK_SESSION_HANDLE{0});
-    loginUser(session, token.position);
-    CK_SESSION_INFO sessionInfo{};
-    require(p11::C_GetSessionInfo, session, &sessionInfo);
-    queryMechanisms();
-    useRandomNumbers(session);
-    if (decryptWithKeyPairs(session, token.position) != CKR_OK) break;
-    logoutAndClose(session);
+    const auto decrypt = [&](CK_SESSION_HANDLE session) {
+      CK_SESSION_INFO sessionInfo{};
+      require(p11::C_GetSessionInfo, session, &sessionInfo);
+      queryMechanisms();
+      useRandomNumbers(session);
+      return decryptWithKeyPairs(session, token.position);
+    };
+    if (asUser(*this, token, decrypt, ~CK_SESSION_HANDLE{0}) != CKR_OK) break;
   }
   require(p11::C_CloseAllSessions, fixedSlot);
   return CKR_OK;
 }
 
 CK_RV TestManager::decryptWithKeyPairs(CK_SESSION_HANDLE session, CK_ULONG slotPosition) {
-  return decryptEach(singlePart, session, static_cast<std::uint32_t>(slotPosition));
+  return decryptEach(*this, singlePart, session, static_cast<std::uint32_t>(slotPosition));
 }
+
+}  // namespace kestrel

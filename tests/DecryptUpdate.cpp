@@ -4,9 +4,10 @@
 
 #include "harness/Bytes.h"
 #include "harness/Report.h"
-#include "harness/Slots.h"
-#include "harness/TestManager.h"
 #include "tests/Decryption.h"
+#include "tests/UserSession.h"
+
+namespace kestrel {
 
 namespace {
 
@@ -29,14 +30,16 @@ CK_RV TestManager::decryptUpdate() {
   report << "Test11 - C_DecryptUpdate, C_DecryptFinal\n";
   populateSlotList();
   for (const TokenSlot token : PresentTokens(slots())) {
-    const CK_SESSION_HANDLE session = openSession(token.id);
-    loginUser(session, token.position);
-    decryptByUpdate(session, token.position);
-    logoutAndClose(session);
+    asUser(*this, token, [&](CK_SESSION_HANDLE session) {
+      decryptByUpdate(session, token.position);
+      return CKR_OK;
+    });
   }
   return CKR_OK;
 }
 
 CK_RV TestManager::decryptByUpdate(CK_SESSION_HANDLE session, CK_ULONG slotPosition) {
-  return decryptEach(multiPart, session, static_cast<std::uint32_t>(slotPosition));
+  return decryptEach(*this, multiPart, session, static_cast<std::uint32_t>(slotPosition));
 }
+
+}  // namespace kestrel

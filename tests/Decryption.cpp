@@ -6,7 +6,8 @@
 
 #include "harness/Openssl.h"
 #include "harness/Report.h"
-#include "harness/TestManager.h"
+
+namespace kestrel {
 
 namespace {
 
@@ -104,25 +105,8 @@ struct Decryption {
   }
 };
 
-}  // namespace
-
-CK_RV TestManager::decryptEach(const DecryptionWay& way, CK_SESSION_HANDLE session,
-                               std::uint32_t slotPosition) {
-  for (const CertKeyRecord& record : keysToTest(session, slotPosition)) {
-    report << std::dec << "\n--------- Private Key Handle: " << record.privateKeyHandle
-           << " --------- Public Key Handle: " << record.publicKeyHandle << " ---------\n\n";
-    const KeyOwner publicKey = getPublicKey(session, record);
-    for (const DecryptionMechanism& mechanism : way.mechanisms) {
-      const CK_RV result = decryptMessage(way, mechanism, session, record, publicKey.get());
-      if (result != CKR_OK) return result;
-    }
-  }
-  return CKR_OK;
-}
-
-CK_RV TestManager::decryptMessage(const DecryptionWay& way, DecryptionMechanism mechanism,
-                                  CK_SESSION_HANDLE session, const CertKeyRecord& record,
-                                  EVP_PKEY* publicKey) {
+CK_RV decryptMessage(TestManager& manager, const DecryptionWay& way, DecryptionMechanism mechanism,
+                     CK_SESSION_HANDLE session, const CertKeyRecord& record, EVP_PKEY* publicKey) {
   Decryption decryption{way, session, record.privateKeyHandle, {mechanism.type, nullptr, 0}};
   if (mechanism.parameters) {
     decryption.mechanism.pParameter = &*mechanism.parameters;
@@ -135,7 +119,7 @@ CK_RV TestManager::decryptMessage(const DecryptionWay& way, DecryptionMechanism 
   decryption.ciphertext = *std::move(ciphertext);
   CK_RV result = decryption.decrypt();
   if (result == CKR_USER_NOT_LOGGED_IN) {
-    loginContextSpecific(session, record.slotIndex);
+    manager.loginContextSpecific(session, record.slotIndex);
     decryption.init();
     result = decryption.decrypt();
   }
@@ -143,3 +127,22 @@ CK_RV TestManager::decryptMessage(const DecryptionWay& way, DecryptionMechanism 
   way.finish(session, decryption.plaintext);
   return CKR_OK;
 }
+
+}  // namespace
+
+CK_RV decryptEach(TestManager& manager, const DecryptionWay& way, CK_SESSION_HANDLE session,
+                  std::uint32_t slotPosition) {
+  for (const CertKeyRecord& record : manager.keysToTest(session, slotPosition)) {
+    report << std::dec << "\n--------- Private Key Handle: " << record.privateKeyHandle
+           << " --------- Public Key Handle: " << record.publicKeyHandle << " ---------\n\n";
+    const KeyOwner publicKey = manager.getPublicKey(session, record);
+    for (const DecryptionMechanism& mechanism : way.mechanisms) {
+      const CK_RV result =
+          decryptMessage(manager, way, mechanism, session, record, publicKey.get());
+      if (result != CKR_OK) return result;
+    }
+  }
+  return CKR_OK;
+}
+
+}  // namespace kestrel

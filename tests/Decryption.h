@@ -9,6 +9,9 @@
 #include <vector>
 
 #include "harness/Module.h"
+#include "harness/TestManager.h"
+
+namespace kestrel {
 
 // A mechanism that the token decrypts with, and OpenSSL's padding of the same kind.
 struct DecryptionMechanism {
@@ -35,3 +38,10 @@ struct DecryptionWay {
   DecryptFunction& decrypt;
   void (*finish)(CK_SESSION_HANDLE, Plaintext&);  // what follows `decrypt`; shows the plaintext
 };
+
+// Walks the keys of one token and a test's mechanisms, and has the token decrypt the message with
+// each. Returns all ones for a message too long.
+CK_RV decryptEach(TestManager& manager, const DecryptionWay& way, CK_SESSION_HANDLE session,
+                  std::uint32_t slotPosition);
+
+}  // namespace kestrel

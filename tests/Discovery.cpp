@@ -8,6 +8,8 @@
 #include "harness/Report.h"
 #include "harness/TestManager.h"
 
+namespace kestrel {
+
 namespace {
 
 // More keys than any token holds, and more bytes of certificates: who reports them never ends.
@@ -91,3 +93,5 @@ CK_OBJECT_HANDLE TestManager::findObjectByClass(CK_SESSION_HANDLE session,
   if (objectCount == 0) sayError({"No Objects found\n"});
   return handle;
 }
+
+}  // namespace kestrel

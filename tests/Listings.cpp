@@ -6,6 +6,8 @@
 #include "harness/TestManager.h"
 #include "harness/Text.h"
 
+namespace kestrel {
+
 CK_RV TestManager::libInfo() {
   report << "Test1 - load library...\n";
   CK_INFO info{};
@@ -51,3 +53,5 @@ CK_RV TestManager::listTokens() {
   }
   return CKR_OK;
 }
+
+}  // namespace kestrel

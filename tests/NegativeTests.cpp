@@ -8,9 +8,13 @@
 #include "harness/Slots.h"
 #include "harness/TestManager.h"
 
+namespace kestrel {
+
+namespace {
+
 // What the cases of one token share. Every buffer has room for the length that is announced with it
 // and, where that is too little on purpose, for what a careless module writes all the same.
-struct NegativeBench {
+struct Bench {
   CK_SLOT_ID slot = 0;
   Pin pin;  // as stored for the slot position; empty while none is
   std::function<Pin()> obtainPin;
@@ -31,12 +35,8 @@ struct NegativeBench {
 struct NegativeCase {
   const char* reportName;
   CK_RV expected;
-  CK_RV (*call)(NegativeBench&);
+  CK_RV (*call)(Bench&);
 };
-
-namespace {
-
-using Bench = NegativeBench;
 
 // A step between two cases: the PIN of the slot position is asked for, unless it is known.
 constexpr NegativeCase obtainPin{nullptr, CKR_OK, nullptr};
@@ -183,23 +183,24 @@ CK_RV runCases(std::span<const NegativeCase> cases, Bench& bench) {
   return result;
 }
 
-}  // namespace
-
-CK_RV TestManager::runNegativeCases(std::span<const NegativeCase> cases) {
-  populateSlotList();
+// Runs the cases on every token present, each token with handles and buffers of its own.
+CK_RV runOnTokens(TestManager& manager, std::span<const NegativeCase> cases) {
+  manager.populateSlotList();
   CK_RV result = CKR_OK;
-  for (const TokenSlot token : PresentTokens(slots())) {
+  for (const TokenSlot token : PresentTokens(manager.slots())) {
     Bench bench;
     bench.slot = token.id;
-    if (token.position < PinStore.size()) bench.pin = PinStore[token.position];
-    bench.obtainPin = [this, &token] {
-      getPin(token.position);
-      return PinStore[token.position];
+    bench.pin = manager.storedPin(token.position);
+    bench.obtainPin = [&] {
+      manager.getPin(token.position);
+      return manager.storedPin(token.position);
     };
     result = runCases(cases, bench);
   }
   return result;
 }
+
+}  // namespace
 
 CK_RV TestManager::negativeLibraryTests() {
   report << "Negative Tests Part 1/3\n";
@@ -209,12 +210,12 @@ CK_RV TestManager::negativeLibraryTests() {
 
 CK_RV TestManager::negativeSessionTests() {
   report << "Negative Tests Part 2/3\n";
-  return runNegativeCases(sessionCases);
+  return runOnTokens(*this, sessionCases);
 }
 
 CK_RV TestManager::negativeLoginTests() {
   report << "Negative Tests Part 3/3\n";
-  return runNegativeCases(loginCases);
+  return runOnTokens(*this, loginCases);
 }
 
 CK_RV TestManager::negativeTests() {
@@ -222,3 +223,5 @@ CK_RV TestManager::negativeTests() {
   negativeSessionTests();
   return negativeLoginTests();
 }
+
+}  // namespace kestrel

@@ -4,6 +4,8 @@
 #include "harness/Output.h"
 #include "harness/TestManager.h"
 
+namespace kestrel {
+
 namespace {
 
 // A version number of libcrypto (0xMNN00PP0 and its forerunners) as its release series.
@@ -22,3 +24,5 @@ void TestManager::printOpensslVersion() {
   report << "OpenSSL version: " << std::hex << version << std::endl;
   report << releaseSeries(version) << std::endl;
 }
+
+}  // namespace kestrel

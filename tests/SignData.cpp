@@ -2,8 +2,9 @@
 // The operator sees per mechanism the message, the calls, the signature and the verdict.
 
 #include "harness/Report.h"
-#include "harness/TestManager.h"
 #include "tests/Signing.h"
+
+namespace kestrel {
 
 namespace {
 
@@ -29,10 +30,14 @@ constexpr SigningWay singlePart{
 
 CK_RV TestManager::signData() {
   report << "Test5 - login to token and sign data...\n";
-  return signOnTokens(&TestManager::signWithKeys, nullptr);
+  signOnTokens(*this, &TestManager::signWithKeys, nullptr);
+  return CKR_OK;
 }
 
 CK_RV TestManager::signWithKeys(CK_SESSION_HANDLE session, const CK_MECHANISM_TYPE* mechanisms,
                                 CK_ULONG mechanismCount, std::uint32_t slotIndex) {
-  return signEach(singlePart, session, {mechanisms, mechanismCount}, slotIndex);
+  signEach(*this, singlePart, session, {mechanisms, mechanismCount}, slotIndex);
+  return CKR_OK;
 }
+
+}  // namespace kestrel

@@ -3,8 +3,9 @@
 #include <algorithm>
 
 #include "harness/Report.h"
-#include "harness/TestManager.h"
 #include "tests/Signing.h"
+
+namespace kestrel {
 
 namespace {
 
@@ -35,10 +36,14 @@ constexpr SigningWay multiPart{
 
 CK_RV TestManager::signUpdate() {
   report << "Test12 - C_SignUpdate, C_SignFinal\n";
-  return signOnTokens(&TestManager::signByUpdate, "signByUpdate");
+  signOnTokens(*this, &TestManager::signByUpdate, "signByUpdate");
+  return CKR_OK;
 }
 
 CK_RV TestManager::signByUpdate(CK_SESSION_HANDLE session, const CK_MECHANISM_TYPE* mechanisms,
                                 CK_ULONG mechanismCount, std::uint32_t slotIndex) {
-  return signEach(multiPart, session, {mechanisms, mechanismCount}, slotIndex);
+  signEach(*this, multiPart, session, {mechanisms, mechanismCount}, slotIndex);
+  return CKR_OK;
 }
+
+}  // namespace kestrel

@@ -7,8 +7,9 @@
 #include "harness/Bytes.h"
 #include "harness/Report.h"
 #include "harness/SignatureMechanisms.h"
-#include "harness/Slots.h"
-#include "harness/TestManager.h"
+#include "tests/UserSession.h"
+
+namespace kestrel {
 
 namespace {
 
@@ -64,6 +65,23 @@ void dumpSignature(const Signing& signing) {
   hexDump(signing.signature.data(), static_cast<std::uint32_t>(signing.signatureLength));
 }
 
+void signAndVerify(TestManager& manager, const SigningWay& way, Signing& signing,
+                   const CertKeyRecord& record) {
+  way.begin(signing);
+  CK_RV result = sign(signing, way);
+  if (result == CKR_USER_NOT_LOGGED_IN) {
+    report << way.loginNotice;
+    manager.loginContextSpecific(signing.session, record.slotIndex);
+    signing.init();
+    result = sign(signing, way);
+  }
+  requireResult(way.outputName, result);
+  dumpSignature(signing);
+  requireResult("verifySig", manager.verifySig(signing.session, signing.mechanism.mechanism,
+                                               message, sizeof message, signing.signature.data(),
+                                               signing.signatureLength, record));
+}
+
 }  // namespace
 
 void dumpMessage() {
@@ -88,52 +106,34 @@ void Signing::init() {
   require(p11::C_SignInit, session, &handed, key);
 }
 
-CK_RV TestManager::signOnTokens(SigningOperation operation, const char* reportName) {
-  populateSlotList();
-  for (const TokenSlot token : PresentTokens(slots())) {
-    const CK_SESSION_HANDLE session = openSession(token.id);
-    loginUser(session, token.position);
-    std::array<CK_MECHANISM_TYPE, mechanismRoom> mechanisms{};
-    CK_ULONG count = mechanismRoom;
-    CK_RV result = p11::C_GetMechanismList(token.id, mechanisms.data(), &count);
-    requireResult("C_GetMechanismList", ifSane(result, count <= mechanismRoom));
-    result = (this->*operation)(session, mechanisms.data(), count,
-                                static_cast<std::uint32_t>(token.position));
-    if (reportName != nullptr) requireResult(reportName, result);
-    logoutAndClose(session);
-  }
-  return CKR_OK;
-}
-
-CK_RV TestManager::signEach(const SigningWay& way, CK_SESSION_HANDLE session,
-                            std::span<const CK_MECHANISM_TYPE> mechanisms,
-                            std::uint32_t slotIndex) {
+void signEach(TestManager& manager, const SigningWay& way, CK_SESSION_HANDLE session,
+              std::span<const CK_MECHANISM_TYPE> mechanisms, std::uint32_t slotIndex) {
   Signing signing(session);
-  for (const CertKeyRecord& record : keysToTest(session, slotIndex)) {
+  for (const CertKeyRecord& record : manager.keysToTest(session, slotIndex)) {
     signing.key = record.privateKeyHandle;
     report << std::dec << "\n--------- Private Key Handle: " << signing.key << " ---------\n\n";
     for (const CK_MECHANISM_TYPE mechanism : mechanisms) {
       if (mechanism == CKM_RSA_PKCS_OAEP) continue;
       signing.form(mechanism);
-      signAndVerify(way, signing, record);
+      signAndVerify(manager, way, signing, record);
     }
   }
-  return CKR_OK;
 }
 
-void TestManager::signAndVerify(const SigningWay& way, Signing& signing,
-                                const CertKeyRecord& record) {
-  way.begin(signing);
-  CK_RV result = sign(signing, way);
-  if (result == CKR_USER_NOT_LOGGED_IN) {
-    report << way.loginNotice;
-    loginContextSpecific(signing.session, record.slotIndex);
-    signing.init();
-    result = sign(signing, way);
+void signOnTokens(TestManager& manager, SigningOperation operation, const char* reportName) {
+  manager.populateSlotList();
+  for (const TokenSlot token : PresentTokens(manager.slots())) {
+    asUser(manager, token, [&](CK_SESSION_HANDLE session) {
+      std::array<CK_MECHANISM_TYPE, mechanismRoom> mechanisms{};
+      CK_ULONG count = mechanismRoom;
+      CK_RV result = p11::C_GetMechanismList(token.id, mechanisms.data(), &count);
+      requireResult("C_GetMechanismList", ifSane(result, count <= mechanismRoom));
+      result = (manager.*operation)(session, mechanisms.data(), count,
+                                    static_cast<std::uint32_t>(token.position));
+      if (reportName != nullptr) requireResult(reportName, result);
+      return CKR_OK;
+    });
   }
-  requireResult(way.outputName, result);
-  dumpSignature(signing);
-  requireResult("verifySig",
-                verifySig(signing.session, signing.mechanism.mechanism, message, sizeof message,
-                          signing.signature.data(), signing.signatureLength, record));
 }
+
+}  // namespace kestrel

@@ -5,7 +5,9 @@
 #include <array>
 #include <vector>
 
-#include "harness/Pkcs11.h"
+#include "harness/TestManager.h"
+
+namespace kestrel {
 
 // One signature in the making. The module sees its storage, so it is not copied.
 struct Signing {
@@ -40,3 +42,18 @@ struct SigningWay {
   void (*feed)(Signing&);   // the calls between C_SignInit and the output
   CK_RV (*output)(Signing&, CK_BYTE* signature);  // null `signature`: asks for its length
 };
+
+// Walks the keys and mechanisms of one token, and makes and verifies a signature with each.
+void signEach(TestManager& manager, const SigningWay& way, CK_SESSION_HANDLE session,
+              std::span<const CK_MECHANISM_TYPE> mechanisms, std::uint32_t slotIndex);
+
+// What a test does with one token: TestManager::signWithKeys() and signByUpdate().
+using SigningOperation = CK_RV (TestManager::*)(CK_SESSION_HANDLE session,
+                                                const CK_MECHANISM_TYPE* mechanisms,
+                                                CK_ULONG mechanismCount, std::uint32_t slotIndex);
+
+// Logs in to every token, runs `operation` on it with the token's mechanisms and logs out; its
+// result is reported under `reportName` unless that is null.
+void signOnTokens(TestManager& manager, SigningOperation operation, const char* reportName);
+
+}  // namespace kestrel

@@ -12,6 +12,8 @@
 #include "harness/Signals.h"
 #include "harness/TestManager.h"
 
+namespace kestrel {
+
 namespace {
 
 struct EventStep {
@@ -109,3 +111,5 @@ void TestManager::waitTest() {
     writeReport(NumberLine("C_GetSlotInfo : ", passes, base).view());
   }
 }
+
+}  // namespace kestrel

@@ -5,6 +5,8 @@
 #include "harness/Slots.h"
 #include "harness/TestManager.h"
 
+namespace kestrel {
+
 namespace {
 
 struct PinFlag {
@@ -30,18 +32,20 @@ bool showPinFlags(CK_SLOT_ID slot, const char* PinFlag::*wording) {
   return (info.flags & CKF_USER_PIN_LOCKED) != 0;
 }
 
-}  // namespace
-
-void TestManager::lockUserPin(CK_SLOT_ID slot, std::uint64_t position) {
+// Logs in with the PIN of `position`, to be a wrong one, until the token says that it is locked.
+// Leaves its session open.
+void lockUserPin(TestManager& manager, CK_SLOT_ID slot, std::uint64_t position) {
   const CK_SESSION_HANDLE session = openSession(slot);
   do {
     report << "Pin not locked" << std::endl;
     report << "Attempt to login with bad pin or press ctrl-c to exit test" << std::endl;
-    getPin(position);
-    Pin pin = PinStore[position];
+    manager.getPin(position);
+    Pin pin = manager.storedPin(position);
     p11::C_Login(session, CKU_USER, pin.data(), pin.length());  // to be refused
   } while (!showPinFlags(slot, &PinFlag::afterLogin));
 }
+
+}  // namespace
 
 CK_RV TestManager::tokenInfoTest() {
   const std::optional<SlotList> list = fetchOwnSlotList();
@@ -52,8 +56,10 @@ CK_RV TestManager::tokenInfoTest() {
     if (showPinFlags(list->ids[0], &PinFlag::beforeLogin)) {
       report << "tokenInfoTest passed" << std::endl;
     } else {
-      lockUserPin(list->ids[i], i);
+      lockUserPin(*this, list->ids[i], i);
     }
   }
   return CKR_OK;
 }
+
+}  // namespace kestrel

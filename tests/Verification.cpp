@@ -10,6 +10,8 @@
 #include "harness/SignatureMechanisms.h"
 #include "harness/TestManager.h"
 
+namespace kestrel {
+
 namespace {
 
 struct Signature {
@@ -122,3 +124,5 @@ CK_RV TestManager::verifySig(CK_SESSION_HANDLE session, CK_MECHANISM_TYPE mechan
   report << row->name << " signature verification passed\n";
   return CKR_OK;
 }
+
+}  // namespace kestrel

@@ -8,6 +8,8 @@
 
 #include "token/Rsa.h"
 
+namespace kestrel::token {
+
 namespace {
 
 template <typename Value>
@@ -176,3 +178,5 @@ CK_RV attributeOf(const Object& object, CK_ATTRIBUTE_TYPE type, std::string& val
   value = found->value(object);
   return CKR_OK;
 }
+
+}  // namespace kestrel::token

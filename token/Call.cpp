@@ -9,6 +9,8 @@
 
 #include "token/Harm.h"
 
+namespace kestrel::token {
+
 namespace {
 
 constexpr CK_ULONG maxShown = 64;  // bytes; of more the record has the count
@@ -114,15 +116,15 @@ Argument::Argument(const CK_ATTRIBUTE* attributes, CK_ULONG count, bool values) 
 
 Call::Call(const char* name, std::initializer_list<Argument> arguments,
            std::vector<CK_ULONG*> outputs, bool early)
-    : lock_(::token().mutex), name_(name), outputs_(std::move(outputs)) {
-  if (::token().initialized && ::token().process != getpid()) finalize();
-  ++::token().calls[name_];
+    : lock_(token::token().mutex), name_(name), outputs_(std::move(outputs)) {
+  if (token::token().initialized && token::token().process != getpid()) finalize();
+  ++token::token().calls[name_];
   record(name_, arguments);
   if (const std::string* value = overrideOf(name_, "")) {
     if (!doHarm(*value)) answer(std::stoul(*value, nullptr, 0));
   } else if (chance()) {
     answer(pick(randomAnswers));
-  } else if (!early && !::token().initialized) {
+  } else if (!early && !token::token().initialized) {
     answer(CKR_CRYPTOKI_NOT_INITIALIZED);
   }
 }
@@ -143,7 +145,7 @@ CK_RV Call::answer(CK_RV value) {
 
 Slot* Call::slot(CK_SLOT_ID id) {
   if (answered_) return nullptr;
-  auto& slots = ::token().config.slots;
+  auto& slots = token::token().config.slots;
   const auto found = std::ranges::find(slots, id, &Slot::id);
   if (found != slots.end()) return &*found;
   answer(CKR_SLOT_ID_INVALID);
@@ -159,14 +161,17 @@ Slot* Call::token(CK_SLOT_ID id) {
 
 Session* Call::session(CK_SESSION_HANDLE handle) {
   if (answered_) return nullptr;
-  const auto found = ::token().sessions.find(handle);
-  if (found != ::token().sessions.end()) return &found->second;
+  const auto found = token::token().sessions.find(handle);
+  if (found != token::token().sessions.end()) return &found->second;
   answer(CKR_SESSION_HANDLE_INVALID);
   return nullptr;
 }
 
 void Call::scramble(void* record, std::size_t size) const {
   if (!chance()) return;
-  const std::string noise = ::token().config.random->operator()() % 2 == 0 ? "\xff" : "%n\x1b[";
+  const std::string noise =
+      token::token().config.random->operator()() % 2 == 0 ? "\xff" : "%n\x1b[";
   for (std::size_t i = 0; i < size; ++i) static_cast<char*>(record)[i] = noise[i % noise.size()];
 }
+
+}  // namespace kestrel::token

@@ -9,6 +9,8 @@
 
 #include "token/State.h"
 
+namespace kestrel::token {
+
 // One argument as the record shows it.
 struct Argument {
   std::string text;
@@ -71,3 +73,5 @@ CK_RV deliver(const Item* items, CK_ULONG count, Item* out, CK_ULONG* capacity) 
   std::copy_n(items, count, out);
   return CKR_OK;
 }
+
+}  // namespace kestrel::token

@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <sstream>
 
+namespace kestrel::token {
+
 namespace {
 
 struct Credential {
@@ -156,3 +158,5 @@ std::string certificateValue(const std::string& name) {
 const char* privateKeyPem(const std::string& name) {
   return credential(name).pem;
 }
+
+}  // namespace kestrel::token

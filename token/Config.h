@@ -13,6 +13,8 @@
 
 #include "harness/Pkcs11.h"
 
+namespace kestrel::token {
+
 // Of a PIN, in bytes.
 inline constexpr CK_ULONG minPinLength = 1;
 inline constexpr CK_ULONG maxPinLength = 255;
@@ -63,3 +65,5 @@ const char* privateKeyPem(const std::string& name);
 
 // DER of a certificate by name, which is one of a credential or as "certificate=" has it.
 std::string certificateValue(const std::string& name);
+
+}  // namespace kestrel::token

@@ -13,6 +13,8 @@
 #include <stdexcept>
 #include <thread>
 
+namespace kestrel::token {
+
 namespace {
 
 // Deeper and deeper, in a way that no compiler turns into a loop or warns of.
@@ -156,3 +158,5 @@ bool doHarm(const std::string& name) {
   found->harm();
   return true;
 }
+
+}  // namespace kestrel::token

@@ -3,6 +3,10 @@
 
 #include <string>
 
-// Does the harm of that name (see Config.h). Returns false for a name that it does not know; true
-// if the process lives on.
+namespace kestrel::token {
+
+// Does the harm of that name (doc/kestrel-token.7 lists them). Returns false for a name that it
+// does not know; true if the process lives on.
 bool doHarm(const std::string& name);
+
+}  // namespace kestrel::token

@@ -14,6 +14,8 @@
 #include "token/TokenMechanisms.h"
 #include "token/TokenObjects.h"
 
+namespace kestrel::token {
+
 namespace {
 
 using Operation = Session::Operation;
@@ -165,6 +167,10 @@ CK_RV decryptFinal(Session& session, Operation& operation, CK_BYTE* out, CK_ULON
 }
 
 }  // namespace
+
+}  // namespace kestrel::token
+
+using namespace kestrel::token;
 
 CK_RV C_DecryptInit(CK_SESSION_HANDLE handle, CK_MECHANISM* mechanism, CK_OBJECT_HANDLE key) {
   Call call("C_DecryptInit", {handle, mechanism, key}, {typeOf(mechanism)});

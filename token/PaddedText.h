@@ -7,8 +7,12 @@
 
 #include "harness/Pkcs11.h"
 
+namespace kestrel::token {
+
 template <std::size_t width>
 void pad(CK_UTF8CHAR (&field)[width], const std::string& text) {
   std::memset(field, ' ', width);
   std::memcpy(field, text.data(), std::min(width, text.size()));
 }
+
+}  // namespace kestrel::token

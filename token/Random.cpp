@@ -6,6 +6,8 @@
 
 #include "token/Call.h"
 
+namespace kestrel::token {
+
 namespace {
 
 // libcrypto counts in int.
@@ -21,6 +23,10 @@ bool inPieces(Byte* bytes, CK_ULONG length, Function function) {
 }
 
 }  // namespace
+
+}  // namespace kestrel::token
+
+using namespace kestrel::token;
 
 CK_RV C_SeedRandom(CK_SESSION_HANDLE handle, CK_BYTE* seed, CK_ULONG length) {
   Call call("C_SeedRandom", {handle, length});

@@ -3,6 +3,8 @@
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
 
+namespace kestrel::token {
+
 namespace {
 
 using Step = int (*)(EVP_PKEY_CTX*);
@@ -87,3 +89,5 @@ CK_RV plaintextOf(const Key& key, const Scheme& scheme, std::string_view data, s
   const bool good = transform(key, scheme, data, EVP_PKEY_decrypt_init, EVP_PKEY_decrypt, out);
   return good ? CKR_OK : CKR_ENCRYPTED_DATA_INVALID;
 }
+
+}  // namespace kestrel::token

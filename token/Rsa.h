@@ -6,6 +6,8 @@
 
 #include "token/State.h"
 
+namespace kestrel::token {
+
 // A key pair, loaded once.
 EVP_PKEY* keyPair(const Key& key);
 
@@ -15,3 +17,5 @@ CK_ULONG keySize(const Key& key);
 // What the key makes of a message or its digest, and of a ciphertext.
 CK_RV signatureOf(const Key& key, const Scheme& scheme, std::string_view data, std::string& out);
 CK_RV plaintextOf(const Key& key, const Scheme& scheme, std::string_view data, std::string& out);
+
+}  // namespace kestrel::token

@@ -5,6 +5,8 @@
 
 #include "token/Call.h"
 
+namespace kestrel::token {
+
 namespace {
 
 CK_RV checkPin(Slot& slot, const CK_UTF8CHAR* pin, CK_ULONG length) {
@@ -39,6 +41,10 @@ CK_RV logInForOperation(Session& session, const CK_UTF8CHAR* pin, CK_ULONG lengt
 }
 
 }  // namespace
+
+}  // namespace kestrel::token
+
+using namespace kestrel::token;
 
 CK_RV C_OpenSession(CK_SLOT_ID id, CK_FLAGS flags, void* application, CK_NOTIFY notify,
                     CK_SESSION_HANDLE* handle) {

@@ -4,6 +4,8 @@
 
 #include "token/Harm.h"
 
+namespace kestrel::token {
+
 namespace {
 
 bool processEnds = false;
@@ -64,3 +66,5 @@ void logOut(Slot& slot) {
     session.contextLoggedIn = session.contextRefused = false;
   }
 }
+
+}  // namespace kestrel::token

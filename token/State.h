@@ -11,6 +11,8 @@
 #include "harness/Openssl.h"
 #include "token/Config.h"
 
+namespace kestrel::token {
+
 // How a key is used: what a mechanism and its parameters come to.
 struct Scheme {
   int padding = 0;
@@ -62,3 +64,5 @@ void closeSessions(Slot& slot, CK_SESSION_HANDLE only = 0);
 
 // What the user's keys were doing is over, and their handles are void.
 void logOut(Slot& slot);
+
+}  // namespace kestrel::token

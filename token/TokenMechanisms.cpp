@@ -8,6 +8,8 @@
 #include <optional>
 #include <sstream>
 
+namespace kestrel::token {
+
 namespace {
 
 // By default: every signature mechanism but the raw one, and OAEP.
@@ -134,3 +136,5 @@ bool leavesSaltLengthOpen(const CK_MECHANISM* mechanism) {
   const auto given = parameters<CK_RSA_PKCS_PSS_PARAMS>(*mechanism);
   return given && given->sLen == ~CK_ULONG{0};
 }
+
+}  // namespace kestrel::token

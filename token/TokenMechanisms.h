@@ -5,6 +5,8 @@
 
 #include "token/State.h"
 
+namespace kestrel::token {
+
 // What C_GetMechanismList lists of a token.
 std::vector<CK_MECHANISM_TYPE> mechanismsOf(const Slot& slot);
 
@@ -18,3 +20,5 @@ CK_RV readMechanism(const CK_MECHANISM& mechanism, CK_FLAGS use, CK_ULONG keySiz
 
 // Whether that is how the mechanism leaves the salt's length to the token.
 bool leavesSaltLengthOpen(const CK_MECHANISM* mechanism);
+
+}  // namespace kestrel::token

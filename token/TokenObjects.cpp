@@ -7,6 +7,8 @@
 #include "token/Attributes.h"
 #include "token/Call.h"
 
+namespace kestrel::token {
+
 namespace {
 
 CK_OBJECT_HANDLE firstHandle(const Slot& slot) {
@@ -49,6 +51,10 @@ const Object* findObject(const Session& session, CK_OBJECT_HANDLE handle) {
   if (handleOf(slot, index) != handle) return nullptr;
   return object.type == CKO_PRIVATE_KEY && !slot.loggedIn ? nullptr : &object;
 }
+
+}  // namespace kestrel::token
+
+using namespace kestrel::token;
 
 CK_RV C_GetAttributeValue(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE key, CK_ATTRIBUTE* attributes,
                           CK_ULONG count) {

@@ -7,7 +7,7 @@
 #include <optional>
 #include <utility>
 
-#include "selftest/Shimmed.h"
+#include "selftest/units/Shimmed.h"
 
 namespace {
 

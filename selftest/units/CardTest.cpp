@@ -14,6 +14,7 @@
 
 namespace {
 
+using namespace kestrel;
 using namespace std::literals;
 using Bytes = std::vector<std::uint8_t>;
 
@@ -125,19 +126,15 @@ void expectRow(std::int32_t row, std::span<const KnownCard> table, const Bytes& 
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "-> ORIGINAL ATR: " + printed + "\n");
 }
 
-TEST(KnownCards, EveryRowIsFoundByItsOwnAtr) {
-  std::int32_t row = 0;
-  for (const KnownCard& card : KnownCardTable) {
-    Bytes atr(maxAtrLength);
-    std::size_t length = atr.size();
-    EXPECT_EQ(parseHexText(card.atr, atr.data(), &length), hexTextOk) << row;
-    atr.resize(length);
-    expectRow(row == 52 ? 47 : row, KnownCardTable, atr, card.atr);
-    ++row;
-  }
-  EXPECT_EQ(row, 78);
-  const KnownCard table[] = {{"3b,65", "", "no mask"}, {"3b,65", nullptr, "compared as text"}};
+TEST(KnownCards, TheFirstRowThatFitsUnderItsMaskMatches) {
+  const KnownCard table[] = {{"3b,65", "", "no mask"},
+                             {"3b,65", nullptr, "compared as text"},
+                             {"3b,00,02", "ff,00,0f", "masked"},
+                             {"3b,77,f2", "ff,ff,ff", "behind one that fits, too"}};
   expectRow(1, table, {0x3b, 0x65}, "3b,65");
+  expectRow(2, table, {0x3b, 0x77, 0xf2}, "3b,77,f2");
+  expectRow(-1, table, {0x3b, 0x77, 0xf3}, "3b,77,f3");
+  expectRow(-1, table, {0x3b, 0x65, 0x02, 0x02}, "3b,65,02,02");
   expectRow(-1, table, Bytes(34, 0x3b), "");
 }
 

@@ -18,8 +18,8 @@ sed -n 's/^ *{"\([A-Za-z]*\)", .*/\1/p' "$source/harness/Tests.h" > table
 [ "$(wc -l < tests)" -gt 1 ] || { echo "no test found in the table" >&2; exit 1; }
 printf '%s\n' -pw -d -a | sort - tests > arguments
 
-sed -n '/^\.Sh DESC/,/^\.Ss What/s/^\.It \(Fl \|Cm \)\([A-Za-z]*\).*/\1\2/p' "$source/doc/kestrel.1" |
-  sed 's/^Fl /-/; s/^Cm //' | sort > manual
+sed -n '/^\.Sh DESC/,/^\.Ss What/s/^\.It \(Fl \|Cm \)\([A-Za-z]*\).*/\1\2/p' \
+  "$source/doc/kestrel.1" | sed 's/^Fl /-/; s/^Cm //' | sort > manual
 same "kestrel(1)" arguments manual
 sed -n '/^\.Sh TESTS/,/^\.Ss/s/^\.It Cm //p' "$source/doc/kestrel-run.1" | sed 's/ , /\n/g' |
   sort > manual

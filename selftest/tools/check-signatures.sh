@@ -7,7 +7,7 @@ set -eu
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 
-[ -e "$1" ] || set -- "$(dirname "$0")/../token/credentials/$1.pem"
+[ -e "$1" ] || set -- "$(dirname "$0")/../../token/credentials/$1.pem"
 openssl x509 -in "$1" -pubkey -noout > "$folder/key"
 printf 'This is a test string to sign\0' > "$folder/message"
 

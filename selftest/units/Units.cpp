@@ -18,6 +18,8 @@
 
 namespace {
 
+using namespace kestrel;
+
 std::string dump(const void* bytes, std::uint32_t length) {
   testing::internal::CaptureStdout();
   hexDump(bytes, length);

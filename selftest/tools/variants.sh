@@ -9,9 +9,9 @@ began() {
   echo "never: $2"
 }
 
-# start CALL ARGUMENT...: kestrel in the background, as process $!, and goes on once the token records
-# CALL (in the file "calls"; the token is to hang there). Interrupts are not ignored, as the shell
-# has it for its background.
+# start CALL ARGUMENT...: kestrel in the background, as process $!, and goes on once the token
+# records CALL (in the file "calls"; the token is to hang there). Interrupts are not ignored, as the
+# shell has it for its background.
 start() {
   call=$1
   shift

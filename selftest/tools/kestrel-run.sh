@@ -3,8 +3,9 @@ export TMPDIR="$PWD/tmp"
 mkdir tmp
 outcome='passed|failed|not run|nothing tested|crashed|hung|could not load'
 
-# outcomes DIRECTIVES OPTION...: runs kestrel-run with a token of these directives, whose record goes
-# to the file "calls", and shows its lines without calls and times, its messages and exit status.
+# outcomes DIRECTIVES OPTION...: runs kestrel-run with a token of these directives, whose record
+# goes to the file "calls", and shows its lines without calls and times, its messages and exit
+# status.
 outcomes() {
   token=$1
   shift

@@ -8,7 +8,7 @@
 #include <thread>
 
 #include "harness/CkrName.h"
-#include "selftest/Shimmed.h"
+#include "selftest/units/Shimmed.h"
 
 namespace {
 

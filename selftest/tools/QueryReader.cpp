@@ -7,6 +7,8 @@
 #include "cards/ReaderQuery.h"
 #include "harness/Output.h"
 
+using namespace kestrel;
+
 int main(int, char** argv) {
   std::int32_t match = -1;
   const auto position = static_cast<std::uint32_t>(std::atoi(argv[1]));

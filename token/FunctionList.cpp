@@ -10,6 +10,8 @@
 #include "token/Call.h"
 #include "token/PaddedText.h"
 
+namespace kestrel::token {
+
 namespace {
 
 // The lock is the C library's, whatever the caller's functions do.
@@ -42,6 +44,10 @@ CK_RV unsupported() {
 }
 
 }  // namespace
+
+}  // namespace kestrel::token
+
+using namespace kestrel::token;
 
 CK_RV C_Initialize(void* arguments) {
   Call call("C_Initialize", {arguments}, {}, true);

@@ -136,6 +136,7 @@ TEST(Judge, KnowsWhatASuccessIsWorth) {
       {"tokenInfoTest", "Flags: x\n" + end, "", 0, "passed"},
       {"tokenInfoTest", end, "", 0, "nothing tested: no reader"},
   });
+  EXPECT_FALSE(runOf({"changePinTest", open + refused(5) + end, "", 0, ""}).calls.back().passed);
 }
 
 TEST(Judge, ExplainsAFailure) {

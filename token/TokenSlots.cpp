@@ -3,6 +3,8 @@
 #include "token/PaddedText.h"
 #include "token/TokenMechanisms.h"
 
+namespace kestrel::token {
+
 namespace {
 
 bool hasToken(const Slot& slot) {
@@ -30,6 +32,10 @@ void countSessions(const Slot& slot, CK_TOKEN_INFO& info) {
 }
 
 }  // namespace
+
+}  // namespace kestrel::token
+
+using namespace kestrel::token;
 
 CK_RV C_GetSlotList(CK_BBOOL present, CK_SLOT_ID* list, CK_ULONG* count) {
   Call call("C_GetSlotList", {CK_ULONG{present}, at(list), count}, {count});

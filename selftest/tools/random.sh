@@ -1,7 +1,8 @@
 # Sourced by cases: runs on a token that answers at random.
 
 # All but those of an operator's hands.
-tests="$(sed -n '/byOperator/!s/^ *{"\([A-Za-z]*\)", .*/\1/p' "$SELFTEST/../harness/Tests.h") all"
+table=$SELFTEST/../../harness/Tests.h
+tests="$(sed -n '/byOperator/!s/^ *{"\([A-Za-z]*\)", .*/\1/p' "$table") all"
 
 # try_seeds FIRST LAST: one run a seed, the tests in turn; prints those that did not end well.
 try_seeds() {
@@ -11,7 +12,8 @@ try_seeds() {
   while [ "$seed" -le "$1" ]; do
     eval "test=\${$((seed % ($# - 1) + 2))}"
     tokens="setpin;key=rsa2048a,context;key=rsa2048b;certificate=empty;slot=2;certificate=garbage"
-    KESTREL_TOKEN="random=$seed;$tokens" timeout 20 "$KESTREL" -a -pw 12345678 "$test" > out 2> err < /dev/null
+    KESTREL_TOKEN="random=$seed;$tokens" timeout 20 \
+      "$KESTREL" -a -pw 12345678 "$test" > out 2> err < /dev/null
     status=$?
     case $status in
       0) ;;
