@@ -59,7 +59,7 @@ Bytes kbkdf(const Kbkdf& form, View key, std::size_t length) {
   Bytes result, state = form.mode == KbkdfMode::pipeline ? fixed : Bytes();
   for (std::size_t i = 1; result.size() < length; ++i) {
     if (form.mode == KbkdfMode::pipeline) state = hmac(form.digest, key, state);
-    const Bytes block = hmac(form.digest, key, state + bigEndian(i) + fixed);
+    const Bytes block = hmac(form.digest, key, Bytes(state).append(bigEndian(i)).append(fixed));
     if (form.mode == KbkdfMode::feedback) state = block;
     result += block;
   }

@@ -65,7 +65,7 @@ class Ciphering {
     if (!isCcm()) {
       require(EVP_CipherFinal_ex(context_.get(), room(result) + length, &last), "no last block");
     }
-    result.resize(static_cast<std::size_t>(length + last));
+    result.resize(static_cast<std::size_t>(length) + static_cast<std::size_t>(last));
     return result;
   }
 

@@ -180,7 +180,7 @@ class Supervisor::Run {
   }
 
   // A process may fail once by chance; the second time nothing that needs this stage can be run.
-  void takeSetUpFailure(Finding finding) {
+  void takeSetUpFailure(const Finding& finding) {
     const Check& check = plan_[next()];
     const bool itself = check.path.starts_with("start/");
     if (!itself && ++failedSetUps_ < 2 && board_.login != LoginState::refused &&

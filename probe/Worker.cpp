@@ -87,7 +87,7 @@ class Worker final : private Host {
   Finding askCompanion(const Check& check, View message) override {
     const auto number = static_cast<std::uint32_t>(&check - plan_->data());
     const Record record = companion_->ask(number, message);
-    const Finding finding = record.finding();
+    Finding finding = record.finding();
     if (record.kind == Record::Kind::finding) return finding;
     return {Verdict::notApplicable, "", {}, reasonOf(finding)};
   }

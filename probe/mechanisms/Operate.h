@@ -20,7 +20,7 @@ View viewOf(const Parameter& parameter) {
 
 // The result for `data`. The check ends where the token refuses.
 Bytes inOne(Bench& bench, Kit kit, View data);
-Bytes inPieces(Bench& bench, Kit kit, View data);
+Bytes inPieces(Bench& bench, const Kit& kit, View data);
 
 // What the token says of a signature: the value of C_Verify or C_VerifyFinal.
 CK_RV confirm(Bench& bench, Kit kit, View data, View signature, bool inParts = false);
