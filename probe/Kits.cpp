@@ -104,15 +104,10 @@ void addCounterpart(Bench& bench, const Candidate& candidate, Kit& kit) {
 }
 
 Kit kitOf(Bench& bench, Kind kind, const Candidate& candidate) {
-  Kit kit;
-  kit.kind = kind;
-  kit.memory = &bench.memory;
+  Kit kit = operation(bench, kind, candidate.type, candidate.parameter);
   kit.inParts = candidate.inParts;
   kit.alwaysSame = candidate.alwaysSame;
   kit.input = text;
-  const View parameter = candidate.parameter;
-  kit.mechanism = bench.memory.in(CK_MECHANISM{
-      candidate.type, parameter.empty() ? nullptr : bench.memory.in(parameter), parameter.size()});
   if (candidate.key == Of::rsa || candidate.key == Of::ec) {
     const KeyPair& pair = pairFor(bench, candidate, kind);
     kit.key = usesPublicKey(kind) ? pair.publicKey : pair.privateKey;
@@ -223,6 +218,21 @@ Bytes Kit::run(Bench& bench, CK_SESSION_HANDLE session) const {
   bench.control(single(session, output, length));
   if (kind == Kind::verify) return {};
   return {reinterpret_cast<const char*>(output), *length};
+}
+
+CK_MECHANISM* mechanismOf(Bench& bench, CK_MECHANISM_TYPE type, View parameter) {
+  return bench.memory.in(CK_MECHANISM{
+      type, parameter.empty() ? nullptr : bench.memory.in(parameter), parameter.size()});
+}
+
+Kit operation(Bench& bench, Kind kind, CK_MECHANISM_TYPE type, View parameter,
+              CK_OBJECT_HANDLE key) {
+  Kit kit;
+  kit.kind = kind;
+  kit.memory = &bench.memory;
+  kit.key = key;
+  kit.mechanism = mechanismOf(bench, type, parameter);
+  return kit;
 }
 
 Kit kitFor(Bench& bench, Kind kind) {

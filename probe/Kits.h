@@ -69,6 +69,19 @@ class Kit {
   Memory* memory = nullptr;
 };
 
+// The bytes of a parameter, of numbers and pointers, while it lives.
+template <typename Parameter>
+View viewOf(const Parameter& parameter) {
+  return {reinterpret_cast<const char*>(&parameter), sizeof parameter};
+}
+
+// A mechanism as a module may read it. Without bytes its parameter is null.
+CK_MECHANISM* mechanismOf(Bench& bench, CK_MECHANISM_TYPE type, View parameter = {});
+
+// An operation of this kind with a mechanism and a key.
+Kit operation(Bench& bench, Kind kind, CK_MECHANISM_TYPE type, View parameter,
+              CK_OBJECT_HANDLE key = CK_INVALID_HANDLE);
+
 // An operation that works on this token; the check is not applicable where there is none.
 Kit kitFor(Bench& bench, Kind kind);
 Kit kitInParts(Bench& bench, Kind kind);

@@ -2,8 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "probe/Kits.h"
-#include "probe/Templates.h"
+#include "probe/errors/ErrorCheck.h"
 
 namespace kestrel::probe {
 
@@ -28,13 +27,6 @@ CK_RV take(Bench& bench, const Kit& kit, const Step& step, CK_SESSION_HANDLE ses
 
 Kit kitOf(Bench& bench, const KindRow& kind, const Step& step) {
   return step.call == single.call ? kitFor(bench, kind.kind) : kitInParts(bench, kind.kind);
-}
-
-// After it the operation can be done all the same.
-void requireWorks(Bench& bench, const Kit& kit) {
-  const CK_RV begun = kit.begin(bench.session);
-  if (begun == CKR_OK && take(bench, kit, single, bench.session) == CKR_OK) return;
-  bench.end(Verdict::deviates, "after it the operation that worked before does not");
 }
 
 void withoutInit(Bench& bench, const KindRow& kind, const Step& step) {
@@ -90,23 +82,16 @@ constexpr Misuse misuses[] = {
     {"other-session", finish, inAnotherSession},
 };
 
-void add(Plan& plan, std::string path, Expected expected, FunctionId function,
-         std::function<void(Bench&)> run) {
-  Check check{std::move(path), Stage::user, expected, nameOf(function), std::move(run)};
-  check.function = function;
-  plan.push_back(std::move(check));
-}
-
 void addBegunAs(Plan& plan, const KindRow& kind, const KindRow& other, const Step& step) {
   const FunctionId function = kind.*step.function;
   if (function == FunctionId::count) return;
-  add(plan, fmt::format("errors/{}/begun-as-{}", nameOf(function), other.name),
-      {CKR_OPERATION_NOT_INITIALIZED}, function, [&kind, &other, step](Bench& bench) {
-        const Kit kit = kitOf(bench, kind, step);
-        const Kit begun = kitFor(bench, other.kind);
-        bench.control(begun.begin(bench.session));
-        bench.expect(take(bench, kit, step, bench.session));
-      });
+  addError(plan, function, fmt::format("begun-as-{}", other.name), {CKR_OPERATION_NOT_INITIALIZED},
+           [&kind, &other, step](Bench& bench) {
+             const Kit kit = kitOf(bench, kind, step);
+             const Kit begun = kitFor(bench, other.kind);
+             bench.control(begun.begin(bench.session));
+             bench.expect(take(bench, kit, step, bench.session));
+           });
 }
 
 // --- what a verification says, and that it ends with that ---
@@ -219,13 +204,13 @@ constexpr Other others[] = {
 
 void addOperationErrors(Plan& plan) {
   for (const KindRow& kind : kindRows) {
-    add(plan, fmt::format("errors/{}/twice", nameOf(kind.init)), {CKR_OPERATION_ACTIVE, CKR_OK},
-        kind.init, [&kind](Bench& bench) { twice(bench, kind, single); });
+    addError(plan, kind.init, "twice", {CKR_OPERATION_ACTIVE, CKR_OK},
+             [&kind](Bench& bench) { twice(bench, kind, single); });
     for (const Misuse& misuse : misuses) {
       const FunctionId function = kind.*misuse.step.function;
       if (function == FunctionId::count) continue;
-      add(plan, fmt::format("errors/{}/{}", nameOf(function), misuse.name), notBegun, function,
-          [&kind, &misuse](Bench& bench) { misuse.run(bench, kind, misuse.step); });
+      addError(plan, function, misuse.name, notBegun,
+               [&kind, &misuse](Bench& bench) { misuse.run(bench, kind, misuse.step); });
     }
     for (const KindRow& other : kindRows) {
       if (&other == &kind || other.update == FunctionId::count) continue;  // few have those
@@ -235,13 +220,12 @@ void addOperationErrors(Plan& plan) {
   for (const Step& step : {single, finish}) {
     const FunctionId function = rowOf(Kind::verify).*step.function;
     for (const BadSignature& bad : badSignatures) {
-      add(plan, fmt::format("errors/{}/signature-{}", nameOf(function), bad.name), bad.expected,
-          function, [step, &bad](Bench& bench) { verifyBad(bench, step, bad); });
+      addError(plan, function, fmt::format("signature-{}", bad.name), bad.expected,
+               [step, &bad](Bench& bench) { verifyBad(bench, step, bad); });
     }
   }
   for (const Other& other : others) {
-    add(plan, fmt::format("errors/{}/{}", nameOf(other.function), other.name), other.expected,
-        other.function, other.run);
+    addError(plan, other.function, other.name, other.expected, other.run);
   }
 }
 

@@ -32,17 +32,6 @@ Bytes message(std::size_t length) {
   return data;
 }
 
-Kit operation(Bench& bench, Kind kind, CK_MECHANISM_TYPE type, View parameter,
-              CK_OBJECT_HANDLE key) {
-  Kit kit;
-  kit.kind = kind;
-  kit.memory = &bench.memory;
-  kit.key = key;
-  kit.mechanism = bench.memory.in(CK_MECHANISM{
-      type, parameter.empty() ? nullptr : bench.memory.in(parameter), parameter.size()});
-  return kit;
-}
-
 Bytes inOne(Bench& bench, Kit kit, View data) {
   kit.input = data;
   begin(bench, kit);

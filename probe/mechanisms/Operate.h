@@ -9,15 +9,6 @@ namespace kestrel::probe {
 // Data of every length that is asked for, always the same.
 Bytes message(std::size_t length);
 
-// An operation of this kind with a mechanism and a key.
-Kit operation(Bench& bench, Kind kind, CK_MECHANISM_TYPE type, View parameter,
-              CK_OBJECT_HANDLE key = CK_INVALID_HANDLE);
-
-template <typename Parameter>
-View viewOf(const Parameter& parameter) {
-  return {reinterpret_cast<const char*>(&parameter), sizeof parameter};
-}
-
 // The result for `data`. The check ends where the token refuses.
 Bytes inOne(Bench& bench, Kit kit, View data);
 Bytes inPieces(Bench& bench, const Kit& kit, View data);
