@@ -42,14 +42,15 @@ class Ciphering {
         context_(EVP_CIPHER_CTX_new()) {
     if (algorithm_ == nullptr) fail("no such cipher");
     EVP_CIPHER_CTX_set_flags(context_.get(), EVP_CIPHER_CTX_FLAG_WRAP_ALLOW);
-    require(initialize(nullptr, nullptr), "no cipher");
+    require(initialize(algorithm_.get(), nullptr, nullptr), "no cipher");
     EVP_CIPHER_CTX_set_padding(context_.get(), cipher.padded ? 1 : 0);
   }
 
   // `input` is without its tag, which `tag` is when it decrypts.
   Bytes run(View input, View tag) {
     setLengths(tag);
-    require(initialize(raw(cipher_.key), cipher_.iv.empty() ? nullptr : raw(cipher_.iv)),
+    // Named again, the algorithm would begin anew and forget the lengths.
+    require(initialize(nullptr, raw(cipher_.key), cipher_.iv.empty() ? nullptr : raw(cipher_.iv)),
             "no cipher with that key");
     if (isCcm()) require(update(nullptr, {}, input.size()), "no length");
     if (!cipher_.aad.empty()) require(update(nullptr, cipher_.aad), "no additional data");
@@ -80,12 +81,12 @@ class Ciphering {
  private:
   bool isCcm() const { return EVP_CIPHER_get_mode(algorithm_.get()) == EVP_CIPH_CCM_MODE; }
 
-  int initialize(const unsigned char* key, const unsigned char* iv) {
+  int initialize(const EVP_CIPHER* algorithm, const unsigned char* key, const unsigned char* iv) {
     std::array<OSSL_PARAM, 2> parameters{OSSL_PARAM_construct_end(), OSSL_PARAM_construct_end()};
     if (cipher_.stealing != nullptr) {
       parameters[0] = word(OSSL_CIPHER_PARAM_CTS_MODE, cipher_.stealing);
     }
-    return EVP_CipherInit_ex2(context_.get(), algorithm_.get(), key, iv, encrypts_ ? 1 : 0,
+    return EVP_CipherInit_ex2(context_.get(), algorithm, key, iv, encrypts_ ? 1 : 0,
                               parameters.data());
   }
 

@@ -60,7 +60,7 @@ Plan makePlan(const Options& options, const TokenFacts* facts) {
       if (isWanted(check, options, area.byDefault)) plan.push_back(std::move(check));
     }
   }
-  if (!unmatched.empty() && facts != nullptr) refuse(unmatched.front());
+  if (!unmatched.empty() && (facts != nullptr || options.list)) refuse(unmatched.front());
   return plan;
 }
 
