@@ -40,3 +40,19 @@ only_own_token() {
   export P11_KIT_SERVER_ADDRESS="unix:path=$PWD/socket"
   ln -sf "$client" libnorvalepk11.so
 }
+
+# use_nss: NSS's own token, which needs no files: sets `library` and `arguments`.
+use_nss() {
+  library=$(dpkg -L libnss3 2> /dev/null | grep '/libsoftokn3\.so$' | head -n 1)
+  [ -n "$library" ] || { echo "libnss3 is not installed" >&2; exit 77; }
+  arguments="configdir='' certPrefix='' keyPrefix='' secmod=''"
+  arguments="$arguments flags=readOnly,noCertDB,noModDB,forceOpen,optimizeSpace"
+}
+
+# only_version PACKAGE VERSION: what a module does changes from one version to the next.
+only_version() {
+  case $(dpkg-query -W -f '${Version}' "$1" 2> /dev/null) in
+    "$2"*) ;;
+    *) echo "$1 is not version $2" >&2; exit 77 ;;
+  esac
+}
