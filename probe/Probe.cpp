@@ -132,7 +132,7 @@ class Run {
     } else if ((flags & CKF_PROTECTED_AUTHENTICATION_PATH) != 0) {
       target_.noPin = "the token has a PIN pad";
     } else {
-      target_.pin = pins_.find(0);
+      target_.pin = pins_.find(0, target_.token.label.data());
     }
   }
 

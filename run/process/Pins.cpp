@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "common/FitText.h"
 #include "common/Lines.h"
 
 namespace kestrel {
@@ -102,16 +103,18 @@ void Pins::askOn(OperatorTerminal* terminal, Interrupt& interrupt) {
   interrupt_ = &interrupt;
 }
 
-const Pin* Pins::find(std::uint64_t position) {
+const Pin* Pins::find(std::uint64_t position, std::string_view token) {
   const auto known = pins_.find(position);
   if (known != pins_.end()) return &known->second;
-  return default_ ? &*default_ : ask(position);
+  return default_ ? &*default_ : ask(position, token);
 }
 
-const Pin* Pins::ask(std::uint64_t position) {
+const Pin* Pins::ask(std::uint64_t position, std::string_view token) {
   if (terminal_ == nullptr || std::exchange(asked_[position], true)) return nullptr;
   std::array<char, Pin::maxLength> answer{};
-  const std::string question = fmt::format("PIN for slot position {}: ", position);
+  const std::string question =
+      token.empty() ? fmt::format("PIN for slot position {}: ", position)
+                    : fmt::format("PIN for \"{}\" (slot position {}): ", visible(token), position);
   std::size_t length;
   while ((length = terminal_->ask(question, answer, *interrupt_)) > answer.size()) {
     terminal_->write(fmt::format("A PIN has {} bytes at most.\n", Pin::maxLength));

@@ -52,8 +52,9 @@ class Pins {
   // Asks for what is not known, once per slot position, when there is a terminal.
   void askOn(OperatorTerminal* terminal, Interrupt& interrupt);
 
-  // The PIN of a slot position, null for none.
-  const Pin* find(std::uint64_t position);
+  // The PIN of a slot position, null for none. Where it is asked for, the question names the token,
+  // if its label is given: what the operator types is that one's.
+  const Pin* find(std::uint64_t position, std::string_view token = {});
 
   // Notes that a token refused this PIN, and where: it is not to be tried again, on no module.
   void refuse(std::uint64_t position, const std::string& where);
@@ -66,7 +67,7 @@ class Pins {
   void removeFrom(std::string& text) const;
 
  private:
-  const Pin* ask(std::uint64_t position);
+  const Pin* ask(std::uint64_t position, std::string_view token);
 
   std::map<std::uint64_t, Pin> pins_;
   std::optional<Pin> default_;
