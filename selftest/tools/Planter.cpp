@@ -130,6 +130,11 @@ const Kind kinds[] = {
      [](Call& call) {
        if (call.outcome != nullptr && *call.outcome > 0) --*call.outcome;
      }},
+    // Bytes in spite of an error.
+    {"leaks", nothing,
+     [](Call& call) {
+       if (call.result != CKR_OK && call.room.begin != nullptr) call.room.begin[0] ^= 1;
+     }},
     // Memory.
     {"past", nothing, touchPast},
     {"before", nothing,
@@ -172,6 +177,11 @@ struct Wrapper<id, entry> {
     call.announced = call.outcome == nullptr ? 0 : *call.outcome;
     call.data = dataOf(arguments, call.dataLength);
     call.attributes = attributesOf(arguments);
+    if constexpr (id == kestrel::probe::FunctionId::C_GetAttributeValue) {
+      call.outcome = &call.attributes->ulValueLen;
+      call.room.begin = static_cast<unsigned char*>(call.attributes->pValue);
+      call.announced = call.attributes->ulValueLen;
+    }
     planted->before(call);
     call.result = ask();
     planted->after(call);

@@ -8,7 +8,7 @@ use warnings;
 
 my $probe = shift;
 my $planter = shift;
-my @kinds = qw(ok fails odd flip longer shorter past before input lives crash);
+my @kinds = qw(ok fails odd flip leaks longer shorter past before input lives crash);
 my (@options, @names);
 for (@ARGV) {
   if (/^--kinds=(.*)/) { @kinds = split /,/, $1; }

@@ -23,6 +23,14 @@ findings() {
       $detail eq "" ? "" : "($detail)"), "\n"'
 }
 
+# plants AREA: the checks that SoftHSM2 passes and that no planted fault makes fail.
+plants() {
+  export KESTREL_PIN=1234 PLANT_MODULE="$library"
+  perl "$SELFTEST/plants.pl" "$PROBE" "$PLANTER" "$1" > out && status=0 || status=$?
+  grep '^  ' out
+  echo "status $status"
+}
+
 # leftovers: its processes in this folder.
 leftovers() {
   for process in $(find /proc/[0-9]*/cwd -lname "$PWD" 2> /dev/null); do

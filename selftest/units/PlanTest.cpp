@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <regex>
 #include <set>
 
 #include "probe/Plan.h"
@@ -19,10 +18,12 @@ Plan all() {
 
 // A path is what two runs are compared by, and what a person types.
 TEST(Plan, EveryCheckHasAPathAClauseAndAnExpectationOfItsOwn) {
-  const std::regex path(R"([a-z]+(/[A-Za-z0-9_.-]+){1,4})");
   std::set<std::string> paths;
   for (const Check& check : all()) {
-    EXPECT_TRUE(std::regex_match(check.path, path)) << check.path;
+    constexpr const char* letters =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_.-/";
+    EXPECT_EQ(check.path.find_first_not_of(letters), std::string::npos) << check.path;
+    EXPECT_EQ(check.path.find("//"), std::string::npos) << check.path;
     EXPECT_TRUE(paths.insert(check.path).second) << check.path << " twice";
     EXPECT_FALSE(check.clause.empty()) << check.path;
     EXPECT_GT(check.expected.size(), 0u) << check.path;
