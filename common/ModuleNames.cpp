@@ -25,12 +25,14 @@ std::string nameOf(const fs::path& file) {
   return name;
 }
 
-fs::path realPath(const std::string& path) {
+NamedModule moduleAt(std::string name, const std::string& path) {
   std::error_code error;
   if (path.empty()) throw std::runtime_error("a module has no path");
-  fs::path real = fs::canonical(path, error);
-  if (error) throw std::runtime_error(fmt::format("{}: {}", path, error.message()));
-  return real;
+  NamedModule module{std::move(name), fs::canonical(path, error), path, ""};
+  if (!error) return module;
+  module.path = fs::absolute(path);
+  module.missing = fmt::format("{}: {}", path, error.message());
+  return module;
 }
 
 // The components of a path's folder, the innermost first.
@@ -60,14 +62,14 @@ std::vector<std::string> distinctions(const std::vector<NamedModule*>& modules) 
 // NAME=MODULE names the module, unless what stands before the '=' is part of its path.
 NamedModule readArgument(const std::string& argument, std::set<std::string>& given) {
   const std::size_t equals = argument.find('=');
-  if (equals == std::string::npos || argument.find('/') < equals) return {"", realPath(argument)};
+  if (equals == std::string::npos || argument.find('/') < equals) return moduleAt("", argument);
   std::string name = argument.substr(0, equals);
   if (name.empty() || name.starts_with('.') ||
       std::ranges::any_of(name, [](unsigned char c) { return c < ' ' || c == 127; })) {
     throw std::runtime_error(fmt::format("{}: not a name for a module", argument));
   }
   if (!given.insert(name).second) throw std::runtime_error(fmt::format("{}: given twice", name));
-  return {name, realPath(argument.substr(equals + 1))};
+  return moduleAt(name, argument.substr(equals + 1));
 }
 
 }  // namespace
@@ -77,6 +79,10 @@ std::vector<NamedModule> nameModules(const std::vector<std::string>& arguments) 
   std::vector<NamedModule> modules;
   modules.reserve(arguments.size());
   for (const std::string& argument : arguments) modules.push_back(readArgument(argument, taken));
+  if (!modules.empty() &&
+      std::ranges::none_of(modules, &std::string::empty, &NamedModule::missing)) {
+    throw std::runtime_error(modules.front().missing);
+  }
   std::map<std::string, std::vector<NamedModule*>> unnamed;
   for (NamedModule& module : modules) {
     if (module.name.empty()) unnamed[nameOf(module.path)].push_back(&module);

@@ -86,7 +86,16 @@ void addResultOptions(CLI::App& app, Options& options) {
   Destinations& destinations = options.destinations;
   app.add_option("-o,--out", destinations.out, "Keep every report, and the results as results.json")
       ->type_name("DIR");
+  app.add_flag("--force", destinations.force, "Write over the results that --out has already");
   app.add_option("--baseline", options.baseline, "Compare with an earlier --out")->type_name("DIR");
+  app.add_option_function<std::string>(
+         "--fail-on",
+         [&options](const std::string& word) { options.changedFails = word == "changed"; },
+         "What of a comparison fails: \"broken\", or \"changed\" as well (default)")
+      ->type_name("WORD")
+      ->check(CLI::IsMember({"broken", "changed"}).description(""));
+  app.add_option("--known", options.known, "Failures that are known, a line each")
+      ->type_name("FILE");
   const auto file = [&app](const char* name, std::string& path, const char* text) {
     app.add_option(name, path, text)->type_name("FILE");
   };
@@ -94,6 +103,7 @@ void addResultOptions(CLI::App& app, Options& options) {
   file("--json", destinations.json, "Write the results as JSON");
   file("--markdown", destinations.markdown, "Write the table as Markdown");
   file("--html", destinations.html, "Write a page to look at");
+  file("--write-known", destinations.known, "Write what has not passed, for --known");
 }
 
 void addOtherOptions(CLI::App& app, Words& words, Options& options) {
@@ -115,6 +125,14 @@ const char* withoutValue(int argc, char** argv) {
 }
 
 }  // namespace
+
+std::vector<std::string> ShimOptions::words() const {
+  std::vector<std::string> all;
+  if (token) all.push_back("--token " + *token);
+  if (mechanisms) all.push_back("--mechanisms " + *mechanisms);
+  for (const std::string& waiver : waivers) all.push_back("--waive " + waiver);
+  return all;
+}
 
 CommandLine readCommandLine(int argc, char** argv) {
   CommandLine line;

@@ -18,6 +18,9 @@ struct ShimOptions {
   bool trace = false;
 
   bool isAsked() const { return token || mechanisms || !waivers.empty() || trace; }
+
+  // What decides about an outcome, as it is typed: "--token own".
+  std::vector<std::string> words() const;
 };
 
 struct Options {
@@ -28,8 +31,10 @@ struct Options {
   std::string pinFile;   // empty for none
   double timeout = 120;  // seconds, of one test; 0 for none
   unsigned repeat = 1;
-  std::string between;   // a shell command; empty for none
-  std::string baseline;  // a folder; empty for none
+  std::string between;       // a shell command; empty for none
+  std::string baseline;      // a folder; empty for none
+  bool changedFails = true;  // of the comparison, as what is broken does
+  std::string known;         // a file; empty for none
   Destinations destinations;
   std::filesystem::path kestrel;
   bool quiet = false;

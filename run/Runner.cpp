@@ -18,6 +18,8 @@
 #include "run/judge/Transcript.h"
 #include "run/process/Folder.h"
 #include "run/process/Supervise.h"
+#include "run/results/Baseline.h"
+#include "run/results/Known.h"
 
 namespace kestrel::run {
 
@@ -41,6 +43,23 @@ std::string now() {
   return fmt::format("{}:{}", all.substr(0, length - 2), all.substr(length - 2));
 }
 
+// The loader's words are about the link that kestrel loads.
+void nameAsTyped(const NamedModule& module, Run& run) {
+  if (run.outcome != Outcome::couldNotLoad) return;
+  for (std::size_t at; (at = run.reason.find(modulePath)) != run.reason.npos;) {
+    run.reason.replace(at, std::string_view(modulePath).size(), module.typed);
+  }
+}
+
+// Of a thousand runs nobody reads a thousand reports.
+void dropIfAlike(const Run& first, Run& run) {
+  if (run.outcome != first.outcome || comparable(run.report) != comparable(first.report)) return;
+  run.alike = true;
+  run.report.clear();
+  run.errors.clear();
+  run.trace.clear();
+}
+
 class Runner {
  public:
   Runner(const Options& options, Pins& pins, Interrupt& interrupt, OperatorTerminal* terminal,
@@ -49,7 +68,9 @@ class Runner {
         pins_(pins),
         interrupt_(interrupt),
         terminal_(terminal),
-        display_(display) {}
+        display_(display) {
+    if (!options.known.empty()) known_ = readKnown(options.known);
+  }
 
   Results run();
 
@@ -58,7 +79,8 @@ class Runner {
   TestResult runTest(const Test& test);
   Run runOnce(const Test& test, unsigned number);
   std::string whyNot(const Test& test) const;
-  Ended startKestrel(const Test& test, ShimFiles& files);
+  void take(const TestResult& result);
+  Ended startKestrel(const Test& test, SideFiles& files);
   void learn(const Test& test, const Run& run, const std::vector<std::uint64_t>& answered);
   PinAnswer answerPrompt(std::uint64_t position);
   void runBetween();
@@ -69,40 +91,50 @@ class Runner {
   OperatorTerminal* terminal_;
   Display& display_;
   Results results_;
+  std::vector<KnownFailure> known_;
   // Where a PIN that opens the token was refused all the same, as security officer's for instance.
   std::map<const Test*, std::string> refusedTests_;
   // Of the module that is run:
   const NamedModule* module_ = nullptr;
+  std::string deadEnd_;               // why nothing can be run on it any more
   std::string bar_;                   // why nothing logs in any more
   std::set<std::uint64_t> accepted_;  // slot positions whose PIN opened the token
 };
 
 Results Runner::run() {
   results_.started = now();
-  for (const NamedModule& module : options_.modules) {
-    if (interrupt_.count() == 0) runModule(module);
-  }
+  results_.options = options_.shim.words();
+  for (const NamedModule& module : options_.modules) runModule(module);
   results_.interrupted = interrupt_.count() > 0;
   return std::move(results_);
 }
 
 void Runner::runModule(const NamedModule& module) {
   module_ = &module;
+  deadEnd_.clear();
   bar_.clear();
   accepted_.clear();
   results_.modules.push_back({module.name, module.path, {}});
   display_.beginModule(results_.modules.back(), options_.modules.size() > 1);
   for (const Test* test : options_.tests) {
-    if (interrupt_.count() > 0) return;
-    results_.modules.back().tests.push_back(runTest(*test));
-    display_.finished(results_.modules.back().tests.back());
+    // What an interrupt leaves is listed, for those who count.
+    take(interrupt_.count() > 0 ? TestResult{std::string(test->name), {notRun("interrupted")}}
+                                : runTest(*test));
   }
+}
+
+void Runner::take(const TestResult& result) {
+  std::vector<TestResult>& tests = results_.modules.back().tests;
+  tests.push_back(result);
+  markKnown(known_, module_->name, tests.back());
+  display_.finished(tests.back());
 }
 
 TestResult Runner::runTest(const Test& test) {
   TestResult result{std::string(test.name), {}};
   for (unsigned number = 1; number <= options_.repeat; ++number) {
     result.runs.push_back(runOnce(test, number));
+    if (number > 1) dropIfAlike(result.runs.front(), result.runs.back());
     if (interrupt_.count() > 0) break;
   }
   return result;
@@ -111,12 +143,15 @@ TestResult Runner::runTest(const Test& test) {
 Run Runner::runOnce(const Test& test, unsigned number) {
   if (std::string reason = whyNot(test); !reason.empty()) return notRun(std::move(reason));
   if (!test.is(Test::byOperator)) display_.beginTest(test.name, number, options_.repeat);
-  ShimFiles files;
+  SideFiles files;
   Ended ended = startKestrel(test, files);
   const std::vector<std::uint64_t> answered = ended.answered;
-  Run run = judge(test, std::move(ended), options_.timeout);
+  Run run = judge(test, std::move(ended), options_.timeout, files.notes);
+  // What is done between two tests may well repair it.
+  if (deadEnd_.empty() && options_.between.empty()) deadEnd_ = barToModule(run);
   if (test.is(Test::logsIn)) learn(test, run, answered);
   addFindings(std::move(files), run);
+  nameAsTyped(*module_, run);
   for (std::string* text : {&run.report, &run.errors, &run.reason, &run.trace}) {
     pins_.removeFrom(*text);
   }
@@ -129,6 +164,8 @@ Run Runner::runOnce(const Test& test, unsigned number) {
 }
 
 std::string Runner::whyNot(const Test& test) const {
+  if (!module_->missing.empty()) return module_->missing;
+  if (!deadEnd_.empty()) return deadEnd_;
   if (test.is(Test::logsIn) && !bar_.empty()) return bar_;
   if (const auto refused = refusedTests_.find(&test); refused != refusedTests_.end()) {
     return refused->second;
@@ -137,7 +174,7 @@ std::string Runner::whyNot(const Test& test) const {
   return "";
 }
 
-Ended Runner::startKestrel(const Test& test, ShimFiles& files) {
+Ended Runner::startKestrel(const Test& test, SideFiles& files) {
   const TemporaryFolder folder;
   const bool between = options_.shim.isAsked();
   std::filesystem::create_symlink(between ? shimModule() : module_->path,
@@ -163,8 +200,9 @@ Ended Runner::startKestrel(const Test& test, ShimFiles& files) {
   if (between) {
     command.environment = shimEnvironment(options_.shim, test, module_->path, folder.path());
   }
+  command.environment.push_back(notesVariable(folder.path()));
   Ended ended = supervise(command, supervision);
-  if (between) files = readShimFiles(folder.path());
+  files = readSideFiles(folder.path());
   return ended;
 }
 

@@ -23,6 +23,7 @@ namespace fs = std::filesystem;
 
 constexpr char usedFile[] = "shim.used";
 constexpr char traceFile[] = "shim.trace";
+constexpr char notesFile[] = "kestrel.notes";
 
 std::string contentOf(const fs::path& path) {
   std::ifstream stream(path, std::ios::binary);
@@ -73,8 +74,13 @@ void checkShim(const Options& options, Interrupt& interrupt) {
   if (*words != phrase::shimHasNoModule) throw std::runtime_error(std::string(*words));
 }
 
-ShimFiles readShimFiles(const fs::path& folder) {
-  return {contentOf(folder / usedFile), contentOf(folder / traceFile)};
+std::string notesVariable(const fs::path& folder) {
+  return fmt::format("KESTREL_NOTES={}", (folder / notesFile).native());
+}
+
+SideFiles readSideFiles(const fs::path& folder) {
+  return {contentOf(folder / usedFile), contentOf(folder / traceFile),
+          contentOf(folder / notesFile)};
 }
 
 }  // namespace kestrel::run

@@ -21,7 +21,10 @@ std::vector<std::string> shimEnvironment(const ShimOptions& options, const Test&
 // this program's own environment. Throws std::runtime_error with what it does not take.
 void checkShim(const Options& options, Interrupt& interrupt);
 
-// The files that it left in the folder of a run.
-ShimFiles readShimFiles(const std::filesystem::path& folder);
+// The variable that has kestrel say what its report has no place for, in a file of `folder`.
+std::string notesVariable(const std::filesystem::path& folder);
+
+// The files that a run left in its folder.
+SideFiles readSideFiles(const std::filesystem::path& folder);
 
 }  // namespace kestrel::run

@@ -1,9 +1,14 @@
 // Wires the program: the command line, the runs, and what is written of them.
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <stdexcept>
+#include <tuple>
 
 #include "run/Options.h"
 #include "run/Runner.h"
@@ -16,11 +21,31 @@ namespace kestrel::run {
 
 namespace {
 
-constexpr int interruptedStatus = 130;
+constexpr int usageStatus = 2, interruptedStatus = 130;
+
+// The modules that are there are run all the same.
+bool isOneMissing(const Options& options) {
+  return !std::ranges::all_of(options.modules, &std::string::empty, &NamedModule::missing);
+}
 
 void readPins(const Options& options, Pins& pins) {
   if (!options.pinFile.empty()) pins.readFile(options.pinFile);
   pins.takeFromEnvironment();
+}
+
+void compareWith(const Results& baseline, const Options& options, Results& results) {
+  results.changes = compare(baseline, results);
+  results.changedFails = options.changedFails;
+  const std::filesystem::path folder =
+      std::filesystem::absolute(std::filesystem::path(options.baseline) / "");
+  results.against = folder.parent_path().filename();
+  for (const auto& [one, other, where] : {std::tuple(baseline.options, results.options, "before"),
+                                          std::tuple(results.options, baseline.options, "now")}) {
+    for (const std::string& word : one) {
+      if (std::ranges::find(other, word) != other.end()) continue;
+      results.otherOptions.push_back(fmt::format("only {}: {}", where, word));
+    }
+  }
 }
 
 int runAll(const Options& options) {
@@ -42,11 +67,12 @@ int runAll(const Options& options) {
   const auto start = std::chrono::steady_clock::now();
   Results results = runTests(options, pins, interrupt, terminal.get(), display);
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
-  if (baseline) results.changes = compare(*baseline, results);
+  if (baseline) compareWith(*baseline, options, results);
   display.finish(results, elapsed.count());
   writeFiles(options.destinations, results);
   if (!display.complete()) throw std::runtime_error("standard output cannot be written to");
   if (interrupt.count() > 0) return interruptedStatus;
+  if (isOneMissing(options)) return usageStatus;
   return results.acceptable() ? 0 : 1;
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 
+#include "harness/Notes.h"
 #include "harness/Openssl.h"
 #include "harness/Report.h"
 #include "harness/SignatureMechanisms.h"
@@ -41,26 +42,36 @@ static_assert(std::ranges::all_of(signatureMechanisms, [](const SignatureMechani
   return row.padding == Padding::unchecked || findDigest(*row.digest) != opensslDigests.end();
 }));
 
-// In both checks only a result of 0 rejects, on purpose: a negative one says that OpenSSL could not
-// check, as with a certificate of another kind of key, and that is no fault of the signature.
-bool verifyPkcs1(EVP_MD_CTX* context, const Digest& digest, const Signature& signature,
-                 EVP_PKEY* key) {
-  EVP_DigestInit_ex(context, findDigest(digest)->openssl(), nullptr);
-  EVP_DigestUpdate(context, signature.data, signature.dataLength);
-  return EVP_VerifyFinal(context, signature.bytes, static_cast<unsigned>(signature.length), key) !=
-         0;
+enum class Verdict { wrong, right, unchecked };
+
+// Only a result of 0 rejects, on purpose: a negative one says that OpenSSL could not check, as with
+// a certificate of another kind of key, and that is no fault of the signature.
+constexpr Verdict verdictOf(int result) {
+  return result == 0 ? Verdict::wrong : result > 0 ? Verdict::right : Verdict::unchecked;
 }
 
-bool verifyPss(EVP_MD_CTX* context, const Digest& digest, const Signature& signature,
-               EVP_PKEY* key) {
-  if (EVP_DigestVerifyInit(context, nullptr, findDigest(digest)->openssl(), nullptr, key) == 0)
-    return false;
+Verdict verifyPkcs1(EVP_MD_CTX* context, const Digest& digest, const Signature& signature,
+                    EVP_PKEY* key) {
+  EVP_DigestInit_ex(context, findDigest(digest)->openssl(), nullptr);
+  EVP_DigestUpdate(context, signature.data, signature.dataLength);
+  return verdictOf(
+      EVP_VerifyFinal(context, signature.bytes, static_cast<unsigned>(signature.length), key));
+}
+
+Verdict verifyPss(EVP_MD_CTX* context, const Digest& digest, const Signature& signature,
+                  EVP_PKEY* key) {
+  if (EVP_DigestVerifyInit(context, nullptr, findDigest(digest)->openssl(), nullptr, key) == 0) {
+    return Verdict::wrong;
+  }
   EVP_PKEY_CTX* const keyContext = EVP_MD_CTX_get_pkey_ctx(context);
-  return keyContext != nullptr &&
-         EVP_PKEY_CTX_set_rsa_padding(keyContext, RSA_PKCS1_PSS_PADDING) != 0 &&
-         EVP_PKEY_CTX_set_rsa_pss_saltlen(keyContext, RSA_PSS_SALTLEN_DIGEST) != 0 &&
-         EVP_DigestVerify(context, signature.bytes, signature.length, signature.data,
-                          signature.dataLength) != 0;
+  if (keyContext == nullptr) return Verdict::wrong;
+  const int padding = EVP_PKEY_CTX_set_rsa_padding(keyContext, RSA_PKCS1_PSS_PADDING);
+  if (padding == 0) return Verdict::wrong;
+  const int salt = EVP_PKEY_CTX_set_rsa_pss_saltlen(keyContext, RSA_PSS_SALTLEN_DIGEST);
+  if (salt == 0) return Verdict::wrong;
+  const Verdict verdict = verdictOf(EVP_DigestVerify(context, signature.bytes, signature.length,
+                                                     signature.data, signature.dataLength));
+  return verdict == Verdict::right && (padding < 0 || salt < 0) ? Verdict::unchecked : verdict;
 }
 
 [[noreturn]] void endAfterWrongSignature() {
@@ -116,8 +127,10 @@ CK_RV TestManager::verifySig(CK_SESSION_HANDLE session, CK_MECHANISM_TYPE mechan
   announce(*row);
   if (row->padding == Padding::unchecked) return CKR_OK;
   const auto verify = row->padding == Padding::pss ? verifyPss : verifyPkcs1;
-  if (!verify(context.get(), *row->digest, {signature, signatureLength, data, dataLength},
-              key.get())) {
+  const Verdict verdict = verify(context.get(), *row->digest,
+                                 {signature, signatureLength, data, dataLength}, key.get());
+  if (verdict == Verdict::unchecked) note(uncheckedNote);
+  if (verdict == Verdict::wrong) {
     if (row->padding == Padding::pss) return CKR_FUNCTION_FAILED;
     endAfterWrongSignature();
   }

@@ -74,7 +74,7 @@ void nameMechanism(const std::vector<TracedCall>& calls, Run& run) {
 
 }  // namespace
 
-void addFindings(ShimFiles files, Run& run) {
+void addFindings(SideFiles files, Run& run) {
   for (const std::string_view line : linesOf(files.used)) {
     if (line.starts_with('+')) ++run.waived[std::string(line.substr(1))];
     if (!line.starts_with('-')) continue;

@@ -7,13 +7,14 @@
 
 namespace kestrel::run {
 
-// The content of the shim's files.
-struct ShimFiles {
-  std::string used, trace;
+// The content of the files that a run leaves beside its report: the shim's two, and kestrel's
+// notes.
+struct SideFiles {
+  std::string used = {}, trace = {}, notes = {};
 };
 
 // Adds to a run which waivers were used, how long each function took, and the mechanism of the call
 // that it ended in.
-void addFindings(ShimFiles files, Run& run);
+void addFindings(SideFiles files, Run& run);
 
 }  // namespace kestrel::run

@@ -4,8 +4,10 @@
 #include <string.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <csignal>
 
+#include "harness/Notes.h"
 #include "run/judge/Evidence.h"
 #include "run/judge/Failure.h"
 #include "run/judge/Phrases.h"
@@ -71,13 +73,17 @@ void judgeStopped(const Evidence& evidence, Run& run, double timeout) {
 
 }  // namespace
 
-Run judge(const Test& test, Ended ended, double timeout) {
+Run judge(const Test& test, Ended ended, double timeout, std::string_view notes) {
   Run run;
   const Evidence evidence{test, ended, linesOf(ended.report), linesOf(ended.errors)};
   run.calls = reportedCalls(evidence.report);
   const Signatures signatures = countSignatures(evidence.report);
-  run.verified = signatures.verified;
-  run.unchecked = signatures.unchecked;
+  // The report lets pass what could not be checked.
+  const auto passedUnchecked = std::min<std::size_t>(
+      static_cast<std::size_t>(std::ranges::count(linesOf(notes), uncheckedNote)),
+      signatures.verified);
+  run.verified = signatures.verified - passedUnchecked;
+  run.unchecked = signatures.unchecked + passedUnchecked;
   run.seconds = ended.seconds;
   run.cut = ended.cut;
   const bool signaled = WIFSIGNALED(ended.status);
@@ -96,6 +102,13 @@ Run judge(const Test& test, Ended ended, double timeout) {
   run.report = std::move(ended.report);
   run.errors = std::move(ended.errors);
   return run;
+}
+
+std::string barToModule(const Run& run) {
+  if (run.outcome == Outcome::couldNotLoad) return "could not be loaded";
+  const bool gone = run.outcome == Outcome::hung || run.outcome == Outcome::crashed;
+  if (!gone || run.call != "C_Initialize") return "";
+  return fmt::format("{} in C_Initialize", outcomeName(run.outcome));
 }
 
 }  // namespace kestrel::run

@@ -1,13 +1,21 @@
 // What the end of a kestrel process means.
 #pragma once
 
+#include <string>
+#include <string_view>
+
 #include "harness/Tests.h"
 #include "run/judge/Run.h"
 #include "run/process/Ended.h"
 
 namespace kestrel::run {
 
-// The outcome of one run of a test. `timeout` is the limit that it had, in seconds.
-Run judge(const Test& test, Ended ended, double timeout);
+// The outcome of one run of a test. `timeout` is the limit that it had, in seconds; `notes` is what
+// kestrel said beside its report.
+Run judge(const Test& test, Ended ended, double timeout, std::string_view notes = {});
+
+// Why no other test can fare better on the module: it could not be loaded, or did not come through
+// C_Initialize. Empty if there is no such reason.
+std::string barToModule(const Run& run);
 
 }  // namespace kestrel::run

@@ -18,9 +18,10 @@ enum class Outcome {
   hung,
 };
 
-// What build servers count: a test that ran and did not pass is a failure, one that could not run
-// to an end is an error.
-enum class JunitKind { passed, skipped, failure, error };
+// What a test is worth to whoever waits for a verdict, a build server or the exit status: one that
+// ran and did not pass is a failure, one that could not run to an end is an error. Excused is what
+// was known, or was no better before.
+enum class Grade { passed, excused, failure, error };
 
 struct OutcomeRow {
   Outcome outcome;
@@ -28,17 +29,17 @@ struct OutcomeRow {
   const char* color;  // of a terminal
   const char* style;  // of the HTML page
   const char* mark;   // beside the name, where a page has it: nothing is said by colour alone
-  JunitKind junit;
+  Grade grade;
 };
 
 inline constexpr auto outcomeRows = std::to_array<OutcomeRow>({
-    {Outcome::passed, "passed", "32", "passed", "✓", JunitKind::passed},
-    {Outcome::notRun, "not run", "33", "notrun", "–", JunitKind::skipped},
-    {Outcome::nothingTested, "nothing tested", "33", "nothing", "○", JunitKind::failure},
-    {Outcome::failed, "failed", "31", "failed", "✗", JunitKind::failure},
-    {Outcome::couldNotLoad, "could not load", "31", "crashed", "✗", JunitKind::error},
-    {Outcome::crashed, "crashed", "31", "crashed", "✗", JunitKind::error},
-    {Outcome::hung, "hung", "31", "crashed", "✗", JunitKind::error},
+    {Outcome::passed, "passed", "32", "passed", "✓", Grade::passed},
+    {Outcome::notRun, "not run", "33", "notrun", "–", Grade::error},
+    {Outcome::nothingTested, "nothing tested", "33", "nothing", "○", Grade::failure},
+    {Outcome::failed, "failed", "31", "failed", "✗", Grade::failure},
+    {Outcome::couldNotLoad, "could not load", "31", "crashed", "✗", Grade::error},
+    {Outcome::crashed, "crashed", "31", "crashed", "✗", Grade::error},
+    {Outcome::hung, "hung", "31", "crashed", "✗", Grade::error},
 });
 
 constexpr const OutcomeRow& rowOf(Outcome outcome) {

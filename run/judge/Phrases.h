@@ -23,6 +23,15 @@ inline constexpr Phrase cannotOpen = "Failed to open PKCS#11 library ";
 inline constexpr Phrase cannotFindList = "Failed to retrieve 'C_GetFunctionList': ";
 inline constexpr Phrase noFunctionList = "C_GetFunctionList failed";
 
+// tests/Listings.cpp, tests/OpensslVersion.cpp, cards/PrintInfo.cpp
+inline constexpr auto facts = std::to_array<Phrase>({
+    "Library Version: ",
+    "-> LIBRARY VERSION: ",
+    "OpenSSL version: ",
+    "token label: ",
+    "-> TOKEN LABEL: ",
+});
+
 // harness/Slots.cpp
 inline constexpr Phrase noReader = "No Card Readers detected.";
 inline constexpr Phrase noToken = "*********** TOKEN NOT PRESENT ************";

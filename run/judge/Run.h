@@ -42,6 +42,7 @@ struct Run {
   double seconds = 0;
   int exitStatus = 0;          // of kestrel; 128 + N for signal N; -1 when it was not run
   bool cut = false;            // the report was longer than what is kept
+  bool alike = false;          // the report is that of the first run of the test, and not kept
   std::string report, errors;  // standard output and standard error
   std::string trace;           // of each call; kept in a file of its own
 };

@@ -22,8 +22,15 @@ void judgeLogin(const Evidence& evidence, Run& run) {
   if (!metToken(evidence)) conclude(run, Outcome::nothingTested, "no token");
 }
 
+bool metKey(const Evidence& evidence) {
+  return lastAfter(evidence.report, phrase::keyHandles).has_value();
+}
+
 void concludeNothing(const Evidence& evidence, Run& run) {
-  conclude(run, Outcome::nothingTested, metToken(evidence) ? "no key" : "no token");
+  conclude(run, Outcome::nothingTested,
+           metKey(evidence)     ? "no mechanism for its key"
+           : metToken(evidence) ? "no key"
+                                : "no token");
 }
 
 void judgeSigning(const Evidence& evidence, Run& run) {
@@ -71,6 +78,12 @@ void judgePinChange(const Evidence& evidence, Run& run) {
   run.reason = fmt::format("PIN change failed, {} {}", run.call, run.valueName);
 }
 
+void judgeCertificates(const Evidence& evidence, Run& run) {
+  const bool opened = std::ranges::any_of(
+      evidence.report, [](std::string_view line) { return saysPassed(line, "C_OpenSession"); });
+  if (!opened) conclude(run, Outcome::nothingTested, "no token");
+}
+
 void judgePinFlags(const Evidence& evidence, Run& run) {
   if (!lastAfter(evidence.report, phrase::pinFlags)) {
     conclude(run, Outcome::nothingTested, "no reader");
@@ -92,6 +105,8 @@ void judgeTest(const Evidence& evidence, Run& run) {
       return judgePinChange(evidence, run);
     case Success::pinFlags:
       return judgePinFlags(evidence, run);
+    case Success::certificates:
+      return judgeCertificates(evidence, run);
   }
 }
 

@@ -12,7 +12,9 @@ namespace kestrel {
 namespace fs = std::filesystem;
 
 TemporaryFolder::TemporaryFolder() {
-  std::string name = fs::temp_directory_path() / "kestrel-run-XXXXXX";
+  const char* const folder = std::getenv("TMPDIR");
+  std::string name =
+      fs::path(folder == nullptr || *folder == '\0' ? "/tmp" : folder) / "kestrel-run-XXXXXX";
   if (mkdtemp(name.data()) == nullptr) {
     throw std::system_error(errno, std::generic_category(), name);
   }

@@ -40,6 +40,40 @@ bool isCount(std::string_view line) {
   return false;
 }
 
+// What a new release of the library, of OpenSSL or a new card changes, and no behaviour does.
+std::string withoutFacts(const std::string& report) {
+  std::string result;
+  for (std::string_view rest = report; !rest.empty();) {
+    const std::string_view line = takeLine(rest);
+    const auto* const fact = std::ranges::find_if(
+        phrase::facts, [&](std::string_view start) { return line.starts_with(start); });
+    result += fact == phrase::facts.end() ? line : *fact;
+  }
+  return result;
+}
+
+// The end of a report that is there no more, as one line.
+std::string withoutTail(const std::string& difference) {
+  constexpr std::size_t few = 3;   // lines that say more themselves
+  std::string kept, block, added;  // what comes before the last lines that changed, and these
+  std::size_t removed = 0;
+  for (std::string_view rest = difference; !rest.empty();) {
+    const std::string_view line = takeLine(rest);
+    const bool changes = line.starts_with('-') || line.starts_with('+');
+    if (!changes) {
+      kept += block;
+      block.clear();
+      added.clear();
+      removed = 0;
+    }
+    (changes ? block : kept) += line;
+    if (line.starts_with('+')) added += line;
+    removed += line.starts_with('-');
+  }
+  if (removed <= few) return difference;
+  return fmt::format("{}-({} lines, to the end)\n{}", kept, removed, added);
+}
+
 std::string describe(const TestResult& test) {
   const std::string detail = outcomeDetail(test);
   return visible(outcomeName(test.shown().outcome) + (detail.empty() ? "" : ", " + detail)) + "\n";
@@ -49,7 +83,8 @@ Change compareTests(const TestResult& before, const TestResult& now) {
   const Run &old = before.shown(), &fresh = now.shown();
   const bool passedBefore = old.outcome == Outcome::passed;
   const bool passesNow = fresh.outcome == Outcome::passed;
-  const std::string difference = unifiedDiff(comparable(old.report), comparable(fresh.report));
+  const std::string oldReport = comparable(old.report), freshReport = comparable(fresh.report);
+  std::string difference = unifiedDiff(oldReport, freshReport);
   const Test* const test = findTest(now.name);
   const bool endless = test != nullptr && test->is(Test::endless);
   // How many of the repetitions passed is chance, as are the numbers of a test of waiting.
@@ -58,9 +93,14 @@ Change compareTests(const TestResult& before, const TestResult& now) {
     return endless ? withoutNumbers(text) : text;
   };
   const bool alike = old.outcome == fresh.outcome && validUtf8(old.call) == validUtf8(fresh.call) &&
-                     detail(old) == detail(fresh) && difference.empty();
-  if (alike) return {};
+                     detail(old) == detail(fresh) &&
+                     withoutFacts(oldReport) == withoutFacts(freshReport);
+  if (!passesNow) difference = withoutTail(difference);
   Change change;
+  if (alike) {
+    change.difference = std::move(difference);
+    return change;
+  }
   change.kind = passedBefore == passesNow ? Change::changed
                 : passesNow               ? Change::fixed
                                           : Change::broken;

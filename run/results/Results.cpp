@@ -51,21 +51,56 @@ std::vector<std::string> Results::testNames() const {
   return names;
 }
 
-bool Results::allPassed() const {
-  bool passed = !interrupted && !modules.empty();
-  for (const ModuleResult& module : modules) passed = passed && !module.tests.empty();
-  eachTest([&](const ModuleResult&, const TestResult& test) {
-    passed = passed && !test.runs.empty() && test.passedRuns() == test.runs.size();
-  });
-  return passed;
+// An interrupt leaves nobody any the wiser. A known failure is one whatever the baseline says of
+// it, and what the baseline says comes before the outcome.
+Grade Results::gradeOf(const ModuleResult& module, const TestResult& test) const {
+  const Outcome outcome = test.shown().outcome;
+  if (interrupted && outcome == Outcome::notRun) return Grade::error;
+  if (!test.known.empty()) return Grade::excused;
+  const Change* const change = findChange(module.name, test.name);
+  if (change == nullptr) return rowOf(outcome).grade;
+  if (change->kind == Change::broken || (change->kind == Change::changed && changedFails)) {
+    return Grade::failure;
+  }
+  return outcome == Outcome::passed ? Grade::passed : Grade::excused;
+}
+
+std::vector<const Change*> Results::goneTests() const {
+  std::vector<const Change*> gone;
+  for (const Change& change : everyChange()) {
+    const auto module = std::ranges::find(modules, change.module, &ModuleResult::name);
+    if (module == modules.end() || module->find(change.test) == nullptr) gone.push_back(&change);
+  }
+  return gone;
 }
 
 bool Results::acceptable() const {
-  if (!changes) return allPassed();
-  return !interrupted && std::none_of(changes->begin(), changes->end(), [](const Change& change) {
-    return change.kind == Change::broken || change.kind == Change::changed;
+  bool good = !interrupted && !modules.empty() && (goneTests().empty() || !changedFails);
+  for (const ModuleResult& module : modules) good = good && !module.tests.empty();
+  eachTest([&](const ModuleResult& module, const TestResult& test) {
+    const Grade grade = gradeOf(module, test);
+    good = good && (grade == Grade::passed || grade == Grade::excused);
   });
+  return good;
 }
+
+std::string comparison(const Results& results) {
+  std::string text;
+  for (const auto kind : {Change::same, Change::fixed, Change::broken, Change::changed}) {
+    const auto count = std::ranges::count(results.everyChange(), kind, &Change::kind);
+    if (count == 0) continue;
+    text += fmt::format("{}{} {}", text.empty() ? "" : ", ", count, changeName(kind));
+  }
+  return fmt::format("{} (against {})", text, results.against);
+}
+
+namespace {
+
+const char* separator(const std::string& text) {
+  return text.empty() ? "" : ", ";
+}
+
+}  // namespace
 
 std::string outcomeDetail(const Run& run) {
   std::string detail = run.reason;
@@ -73,7 +108,7 @@ std::string outcomeDetail(const Run& run) {
     detail = run.call + (run.call.empty() || run.valueName.empty() ? "" : " ") + run.valueName;
   }
   for (const auto& [name, uses] : run.waived) {
-    detail += detail.empty() ? "" : ", ";
+    detail += separator(detail);
     detail +=
         fmt::format("{}{} ({})", name == run.waived.begin()->first ? "waived: " : "", name, uses);
   }
@@ -83,9 +118,11 @@ std::string outcomeDetail(const Run& run) {
 std::string outcomeDetail(const TestResult& test) {
   std::string detail = outcomeDetail(test.shown());
   if (test.runs.size() > 1) {
-    detail += detail.empty() ? "" : ", ";
+    detail += separator(detail);
     detail += fmt::format("{} of {} passed", test.passedRuns(), test.runs.size());
   }
+  if (!test.known.empty()) detail += fmt::format("{}known: {}", separator(detail), test.known);
+  if (test.knownPassed) detail += fmt::format("{}a known failure before", separator(detail));
   return detail;
 }
 

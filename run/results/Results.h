@@ -16,6 +16,8 @@ namespace kestrel::run {
 struct TestResult {
   std::string name;
   std::vector<Run> runs;
+  std::string known = {};    // why it was known not to pass; empty for none, also if it has passed
+  bool knownPassed = false;  // a known failure that is none any more
 
   const Run& shown() const;  // the worst run, the first of these
   std::size_t passedRuns() const;
@@ -34,7 +36,9 @@ struct ModuleResult {
 struct Change {
   enum Kind { same, fixed, broken, changed } kind = same;
   std::string module, test;
-  std::string difference;  // of outcome and report, as a unified diff; empty for `same`
+  // Of outcome and report, as a unified diff. Of `same` only what does not count: a version, a
+  // label.
+  std::string difference;
 };
 
 using OutcomeCounts = std::array<std::size_t, outcomeRows.size()>;  // by the outcome's number
@@ -44,7 +48,11 @@ struct Results {
   std::string started;  // ISO 8601, with the offset from UTC
   bool interrupted = false;
   std::vector<ModuleResult> modules;
-  std::optional<std::vector<Change>> changes;  // of every test, when there is a baseline
+  std::vector<std::string> options = {};            // of the runs: "--token own"
+  std::optional<std::vector<Change>> changes = {};  // of every test, when there is a baseline
+  std::string against = {};                         // the baseline's name
+  std::vector<std::string> otherOptions = {};       // in which the baseline's runs differ
+  bool changedFails = true;                         // what is neither better nor worse
 
   // Calls `take` with each test of each module and with the module.
   template <typename Take>
@@ -61,9 +69,14 @@ struct Results {
   const Change* findChange(const std::string& module, const std::string& test) const;  // or null
   OutcomeCounts countOutcomes() const;
   std::vector<std::string> testNames() const;  // of all modules, each once, in their order
-  bool allPassed() const;
-  bool acceptable() const;  // status 0: all passed or, with a baseline, nothing broken or changed
+  Grade gradeOf(const ModuleResult& module, const TestResult& test) const;
+  std::vector<const Change*> goneTests() const;  // that only the baseline has
+  Grade goneGrade() const { return changedFails ? Grade::failure : Grade::excused; }
+  bool acceptable() const;  // status 0: no failure and no error
 };
+
+// "7 same, 2 broken (against monday)"
+std::string comparison(const Results& results);
 
 constexpr const char* changeName(Change::Kind kind) {
   constexpr const char* names[] = {"same", "fixed", "broken", "changed"};

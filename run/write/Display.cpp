@@ -84,11 +84,13 @@ void Display::finished(const TestResult& test) {
 void Display::finish(const Results& results, double seconds) {
   if (results.modules.size() > 1 && !quiet_) table(results);
   if (results.changes) {
+    for (const std::string& words : results.otherOptions) print(visible(words));
     for (const Change& change : *results.changes) {
-      if (change.kind == Change::same) continue;
+      if (change.difference.empty()) continue;
       print(fmt::format("{}: {} {}", changeName(change.kind), visible(change.module), change.test));
       if (change.kind != Change::fixed) print(visible(change.difference, Lines::kept));
     }
+    print(visible(comparison(results)));
   }
   const OutcomeCounts counts = results.countOutcomes();
   std::string totals;

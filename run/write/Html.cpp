@@ -48,7 +48,7 @@ void addCounts(Node body, const Results& results) {
   }
   if (!results.changes) return;
   Node changes = add(body, "ul", "counts");
-  add(changes, "li", "", "Since the baseline:");
+  add(changes, "li", "", fmt::format("Against {}:", results.against));
   for (const auto kind : {Change::same, Change::fixed, Change::broken, Change::changed}) {
     const auto count = std::count_if(results.changes->begin(), results.changes->end(),
                                      [&](const Change& change) { return change.kind == kind; });

@@ -56,6 +56,7 @@ Json fromRun(const Run& run) {
           {"times", fromTimes(run.times)},
           {"calls", fromCalls(run.calls)},
           {"cut", run.cut},
+          {"alike", run.alike},
           {"report", validUtf8(run.report)},
           {"errors", validUtf8(run.errors)}};
 }
@@ -68,6 +69,7 @@ Json fromTest(const TestResult& test) {
           {"detail", validUtf8(outcomeDetail(test))},
           {"seconds", test.seconds()},
           {"passed_runs", test.passedRuns()},
+          {"known", validUtf8(test.known)},
           {"runs", std::move(runs)}};
 }
 
@@ -77,6 +79,12 @@ Json fromModule(const ModuleResult& module) {
   return {{"name", validUtf8(module.name)},
           {"path", validUtf8(module.path)},
           {"tests", std::move(tests)}};
+}
+
+Json fromTexts(const std::vector<std::string>& texts) {
+  Json list = Json::array();
+  for (const std::string& text : texts) list.push_back(validUtf8(text));
+  return list;
 }
 
 Json fromChanges(const std::vector<Change>& changes) {
@@ -100,6 +108,8 @@ class Node {
     if (found == json_.end()) fail(fmt::format("has no \"{}\"", key));
     return {*found, path_ + "." + key};
   }
+
+  bool has(const char* key) const { return json_.is_object() && json_.contains(key); }
 
   std::string text() const {
     return json_.is_string() ? json_.get<std::string>() : fail("is no text");
@@ -185,6 +195,7 @@ Run toRun(const Node& node) {
                          call["value"].number<std::uint32_t>(), call["value_name"].text()});
   });
   run.cut = node["cut"].flag();
+  run.alike = node.has("alike") && node["alike"].flag();  // a release before had none
   run.report = node["report"].text();
   run.errors = node["errors"].text();
   return run;
@@ -208,8 +219,12 @@ std::string toJson(const Results& results) {
                {"started", validUtf8(results.started)},
                {"interrupted", results.interrupted},
                {"passed", results.acceptable()},
+               {"options", fromTexts(results.options)},
                {"modules", std::move(modules)}};
-  if (results.changes) json["changes"] = fromChanges(*results.changes);
+  if (results.changes) {
+    json["against"] = validUtf8(results.against);
+    json["changes"] = fromChanges(*results.changes);
+  }
   return json.dump(1) + "\n";
 }
 
@@ -227,6 +242,10 @@ Results fromJson(const std::string& text) {
   results.kestrelVersion = root["kestrel"].text();
   results.started = root["started"].text();
   results.interrupted = root["interrupted"].flag();
+  // Those of a release before had none.
+  if (root.has("options")) {
+    root["options"].each([&](const Node& word) { results.options.push_back(word.text()); });
+  }
   root["modules"].each([&](const Node& node) {
     ModuleResult module{node["name"].text(), node["path"].text(), {}};
     node["tests"].each([&](const Node& test) { module.tests.push_back(toTest(test)); });

@@ -77,8 +77,12 @@ std::string toMarkdown(const Results& results) {
     text += "\n";
   }
   if (results.interrupted) text += "\nInterrupted: what is missing was not run.\n";
+  if (results.changes) text += fmt::format("\n{}\n", escaped(comparison(results)));
+  for (const std::string& words : results.otherOptions) {
+    text += fmt::format("\nOptions differ, {}\n", escaped(words));
+  }
   for (const Change& change : results.everyChange()) {
-    if (change.kind != Change::same) text += changeItem(change);
+    if (!change.difference.empty()) text += changeItem(change);
   }
   return text;
 }

@@ -12,6 +12,7 @@
 #include <system_error>
 
 #include "common/Files.h"
+#include "run/results/Known.h"
 #include "run/write/Html.h"
 #include "run/write/Json.h"
 #include "run/write/Junit.h"
@@ -29,10 +30,9 @@ struct Format {
 };
 
 constexpr std::array formats{
-    Format{&Destinations::junit, toJunit},
-    Format{&Destinations::json, toJson},
-    Format{&Destinations::markdown, toMarkdown},
-    Format{&Destinations::html, toHtml},
+    Format{&Destinations::junit, toJunit},       Format{&Destinations::json, toJson},
+    Format{&Destinations::markdown, toMarkdown}, Format{&Destinations::html, toHtml},
+    Format{&Destinations::known, knownLines},
 };
 
 constexpr char resultsFile[] = "results.json";
@@ -61,7 +61,7 @@ void keepReports(const fs::path& folder, const ModuleResult& module, Steps& step
   for (const TestResult& test : module.tests) {
     for (std::size_t i = 0; i < test.runs.size(); ++i) {
       const Run& run = test.runs[i];
-      if (run.exitStatus < 0) continue;
+      if (run.exitStatus < 0 || run.alike) continue;
       const std::string number = i == 0 ? "" : fmt::format(".{}", i + 1);
       const auto keep = [&](const char* kind, const std::string& text) {
         const fs::path file = folder / fmt::format("{}.{}{}", test.name, kind, number);
@@ -84,7 +84,13 @@ Results readBaseline(const std::string& folder) {
 }
 
 void prepareFiles(const Destinations& destinations) {
-  if (!destinations.out.empty()) fs::create_directories(destinations.out);
+  if (!destinations.out.empty()) {
+    const fs::path results = fs::path(destinations.out) / resultsFile;
+    if (!destinations.force && fs::exists(results)) {
+      throw std::system_error(EEXIST, std::generic_category(), results.native() + " (see --force)");
+    }
+    fs::create_directories(destinations.out);
+  }
   for (const Format& format : formats) {
     const fs::path path = destinations.*format.path;
     if (path.empty() || path == "-") continue;

@@ -10,15 +10,16 @@ namespace kestrel::run {
 
 // Where the results go to.
 struct Destinations {
-  std::string out;                          // a folder; empty for none
-  std::string junit, json, markdown, html;  // files; "-" is standard output; empty for none
+  std::string out;                                 // a folder; empty for none
+  bool force = false;                              // also over the results that are there already
+  std::string junit, json, markdown, html, known;  // files; "-" is standard output; empty for none
 };
 
 // The results that `folder`, once a Destinations::out, holds. Throws std::runtime_error.
 Results readBaseline(const std::string& folder);
 
-// Throws std::system_error for a file that cannot be written, before anything is run for it. Makes
-// the folder `out`.
+// Throws std::system_error for a file that cannot be written, before anything is run for it, and
+// for results that nobody asked to write over. Makes the folder `out`.
 void prepareFiles(const Destinations& destinations);
 
 // Writes all of them, each whole or not at all. One that cannot be written leaves the others to be:

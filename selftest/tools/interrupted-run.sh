@@ -19,7 +19,7 @@ for signal in $signals; do
   (read -r KESTREL_PIN < pin
   export KESTREL_PIN
   exec perl -e '$SIG{INT} = "DEFAULT"; exec @ARGV' \
-    "$RUN" --out out --junit said.xml --html said.html "$TOKEN") > shown 2> err &
+    "$RUN" --out out --force --junit said.xml --html said.html "$TOKEN") > shown 2> err &
   began 5 'C_Sign '
   search
   kill -"$signal" $!

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <pugixml.hpp>
 #include <regex>
 #include <sstream>
 #include <system_error>
@@ -18,6 +19,7 @@
 #include "common/FitText.h"
 #include "run/results/Baseline.h"
 #include "run/results/Difference.h"
+#include "run/results/Known.h"
 #include "run/write/Html.h"
 #include "run/write/Json.h"
 #include "run/write/Junit.h"
@@ -120,6 +122,7 @@ Results fullResults() {
   results.modules[0].tests[1].runs.push_back(passed);
   results.modules.push_back({"other", "/o.so", {}});
   results.interrupted = true;
+  results.against = "monday";
   results.changes = {{Change::same, "module", "test0", ""},
                      {Change::broken, "module", "test1", "--- x\n+++ y\n z\n"},
                      {Change::changed, "module", "gone", ""}};
@@ -162,33 +165,34 @@ TEST(Results, JsonKeepsEverything) {
 TEST(Results, JsonIsWhatTheManualPageSays) {
   Results results = fullResults();
   results.modules[0].tests[1].runs[0].report = "report\n";
-  EXPECT_EQ(std::regex_replace(toJson(results), std::regex("\\n *"), ""),
-            R"({"format": "kestrel-run results","version": 1,"kestrel": "1.0",)"
-            R"("started": "2026-11-22T10:00:00+01:00","interrupted": true,"passed": false,)"
-            R"("modules": [{"name": "module","path": "/m.so","tests": [)"
-            R"({"name": "test0","outcome": "passed","detail": "","seconds": 12.25,)"
-            R"("passed_runs": 1,"runs": [)"
-            R"({"outcome": "passed","reason": "","call": "","value": null,"value_name": "",)"
-            R"("seconds": 12.25,"exit_status": 0,"verified": 0,"unchecked": 0,"waived": {},)"
-            R"("times": [],"calls": [],"cut": false,"report": "","errors": ""}]},)"
-            R"({"name": "test1","outcome": "failed","detail": "C_SignInit CKR_MECHANISM_INVALID, )"
-            R"(waived: length-query (1), salt-length (2), 1 of 2 passed","seconds": 21.5,)"
-            R"("passed_runs": 1,"runs": [)"
-            R"({"outcome": "failed","reason": "","call": "C_SignInit","value": 112,)"
-            R"("value_name": "CKR_MECHANISM_INVALID","seconds": 9.25,"exit_status": 1,)"
-            R"("verified": 1,"unchecked": 0,"waived": {"length-query": 1,"salt-length": 2},)"
-            R"("times": [{"function": "C_Sign","count": 3,"median_us": 40,"largest_us": 500}],)"
-            R"("calls": [{"name": "C_Login","passed": true,"value": 0,"value_name": "CKR_OK"},)"
-            R"({"name": "C_SignInit","passed": false,"value": 112,"value_name": ""}],)"
-            R"("cut": true,"report": "report\n","errors": "said\n"},)"
-            R"({"outcome": "passed","reason": "","call": "","value": null,"value_name": "",)"
-            R"("seconds": 12.25,"exit_status": 0,"verified": 0,"unchecked": 0,"waived": {},)"
-            R"("times": [],"calls": [],"cut": false,"report": "","errors": ""}]}]},)"
-            R"({"name": "other","path": "/o.so","tests": []}],"changes": [)"
-            R"({"module": "module","test": "test0","change": "same","difference": ""},)"
-            R"({"module": "module","test": "test1","change": "broken",)"
-            R"("difference": "--- x\n+++ y\n z\n"},)"
-            R"({"module": "module","test": "gone","change": "changed","difference": ""}]})");
+  EXPECT_EQ(
+      std::regex_replace(toJson(results), std::regex("\\n *"), ""),
+      R"({"format": "kestrel-run results","version": 1,"kestrel": "1.0",)"
+      R"("started": "2026-11-22T10:00:00+01:00","interrupted": true,"passed": false,"options": [],)"
+      R"("modules": [{"name": "module","path": "/m.so","tests": [)"
+      R"({"name": "test0","outcome": "passed","detail": "","seconds": 12.25,)"
+      R"("passed_runs": 1,"known": "","runs": [)"
+      R"({"outcome": "passed","reason": "","call": "","value": null,"value_name": "",)"
+      R"("seconds": 12.25,"exit_status": 0,"verified": 0,"unchecked": 0,"waived": {},)"
+      R"("times": [],"calls": [],"cut": false,"alike": false,"report": "","errors": ""}]},)"
+      R"({"name": "test1","outcome": "failed","detail": "C_SignInit CKR_MECHANISM_INVALID, )"
+      R"(waived: length-query (1), salt-length (2), 1 of 2 passed","seconds": 21.5,)"
+      R"("passed_runs": 1,"known": "","runs": [)"
+      R"({"outcome": "failed","reason": "","call": "C_SignInit","value": 112,)"
+      R"("value_name": "CKR_MECHANISM_INVALID","seconds": 9.25,"exit_status": 1,)"
+      R"("verified": 1,"unchecked": 0,"waived": {"length-query": 1,"salt-length": 2},)"
+      R"("times": [{"function": "C_Sign","count": 3,"median_us": 40,"largest_us": 500}],)"
+      R"("calls": [{"name": "C_Login","passed": true,"value": 0,"value_name": "CKR_OK"},)"
+      R"({"name": "C_SignInit","passed": false,"value": 112,"value_name": ""}],)"
+      R"("cut": true,"alike": false,"report": "report\n","errors": "said\n"},)"
+      R"({"outcome": "passed","reason": "","call": "","value": null,"value_name": "",)"
+      R"("seconds": 12.25,"exit_status": 0,"verified": 0,"unchecked": 0,"waived": {},)"
+      R"("times": [],"calls": [],"cut": false,"alike": false,"report": "","errors": ""}]}]},)"
+      R"({"name": "other","path": "/o.so","tests": []}],"against": "monday","changes": [)"
+      R"({"module": "module","test": "test0","change": "same","difference": ""},)"
+      R"({"module": "module","test": "test1","change": "broken",)"
+      R"("difference": "--- x\n+++ y\n z\n"},)"
+      R"({"module": "module","test": "gone","change": "changed","difference": ""}]})");
 }
 
 TEST(Results, DamagedJsonIsRefusedInWords) {
@@ -257,7 +261,7 @@ TEST(Results, FilesOfHostileTextAreWellFormed) {
     const std::string element = page.substr(name, page.find_first_of(" />", name) - name);
     EXPECT_TRUE(element == "!DOCTYPE" || known.find(" " + element + " ") != known.npos) << element;
   }
-  EXPECT_NE(junit.find(R"(tests="7" failures="2" errors="3" time="8.750" skipped="1")"),
+  EXPECT_NE(junit.find(R"(tests="7" failures="2" errors="4" time="8.750" skipped="0")"),
             junit.npos);
   // Two cells in every line of the table, whatever stands in them.
   std::istringstream lines(table.substr(0, table.find("\n\n")));
@@ -283,7 +287,7 @@ TEST(Results, PageHoldsAllOfARun) {
             "|1 of 2 tests passed"
             "|kestrel 1.0 · 2026-11-22 10:00:00 +01:00 · 2 modules · 33.8 s"
             "|Interrupted: what is missing was not run."
-            "|✓ 1 passed|✗ 1 failed|Since the baseline:|1 same|1 broken|1 changed"
+            "|✓ 1 passed|✗ 1 failed|Against monday:|1 same|1 broken|1 changed"
             "|Test|module|other"
             "|test0|✓|{strong}passed{/strong}|–"
             "|test1|✗|{strong}failed{/strong}|C_SignInit CKR_MECHANISM_|INVALID, waived: "
@@ -376,6 +380,12 @@ TEST(Results, BaselineTellsWhatChanged) {
        "--- passed\n+++ passed\n@@ -1 +1,4 @@\n+" + signature + "+0\n+00000000\n 00000000: 01\n"},
       {report("Wait : 1\nC_GetSlotInfo : 1\nC_GetSlotInfo : 2\n"), report("C_GetSlotInfo : 1\n"),
        Change::same, ""},
+      {report("Library Version: 1\ntoken label: a\nx\n"),
+       report("Library Version: 2\ntoken label: b\nx\n"), Change::same,
+       "@@ -1,3 +1,3 @@\n-Library Version: 1\n-token label: a\n+Library Version: 2\n"
+       "+token label: b\n x\n"},
+      {report("a\nb\nc\nd\ne\n"), refused("x"), Change::broken,
+       "--- passed\n+++ failed, x\n@@ -1,5 +1,2 @@\n a\n-(4 lines, to the end)\n+!!! C_X\n"},
       {report("C_GetSlotInfo : x\n"), report(""), Change::changed,
        "--- passed\n+++ passed\n@@ -1 +0,0 @@\n-C_GetSlotInfo : x\n"},
   };
@@ -386,6 +396,112 @@ TEST(Results, BaselineTellsWhatChanged) {
     EXPECT_EQ(change.difference, row.difference);
     EXPECT_EQ(change.module + change.test, "renamedtest0");
   }
+}
+
+// What the exit status says, JUnit's numbers say too.
+TEST(Results, JunitAndStatusAgree) {
+  constexpr std::nullopt_t none = std::nullopt;
+  struct Row {
+    Outcome outcome;
+    std::optional<Change::Kind> change;
+    bool known, interrupted, changedFails;
+    const char* counts;  // failures, errors, skipped
+    bool good;
+  };
+  const Row rows[] = {
+      {Outcome::passed, none, false, false, true, "0 0 0", true},
+      {Outcome::failed, none, false, false, true, "1 0 0", false},
+      {Outcome::crashed, none, false, false, true, "0 1 0", false},
+      {Outcome::nothingTested, none, false, false, true, "1 0 0", false},
+      {Outcome::notRun, none, false, false, true, "0 1 0", false},
+      {Outcome::passed, none, false, true, true, "0 0 0", false},
+      {Outcome::notRun, Change::changed, false, true, false, "0 1 0", false},
+      {Outcome::failed, none, true, false, true, "0 0 1", true},
+      {Outcome::failed, Change::same, false, false, true, "0 0 1", true},
+      {Outcome::failed, Change::broken, false, false, false, "1 0 0", false},
+      {Outcome::failed, Change::changed, false, false, true, "1 0 0", false},
+      {Outcome::failed, Change::changed, false, false, false, "0 0 1", true},
+      {Outcome::passed, Change::changed, false, false, true, "1 0 0", false},
+      {Outcome::passed, Change::changed, false, false, false, "0 0 0", true},
+      {Outcome::passed, Change::fixed, false, false, true, "0 0 0", true},
+      {Outcome::failed, Change::broken, true, false, true, "0 0 1", true},
+  };
+  for (const Row& row : rows) {
+    Results results = resultsOf({runOf(row.outcome, "")});
+    if (row.known) results.modules[0].tests[0].known = "since May";
+    if (row.change) results.changes = {{*row.change, "module", "test0", ""}};
+    results.interrupted = row.interrupted;
+    results.changedFails = row.changedFails;
+    pugi::xml_document junit;
+    ASSERT_TRUE(junit.load_string(toJunit(results).c_str()));
+    const auto suite = junit.child("testsuites").child("testsuite");
+    const auto number = [&](const char* name) { return suite.attribute(name).as_string(); };
+    const auto place = &row - rows;
+    EXPECT_EQ(std::string(number("failures")) + " " + number("errors") + " " + number("skipped"),
+              row.counts)
+        << place;
+    EXPECT_EQ(results.acceptable(), row.good) << place;
+    // An interrupted run has not failed at what has passed.
+    const bool green = std::string_view(row.counts).starts_with("0 0");
+    EXPECT_EQ(green && !row.interrupted, row.good) << place;
+  }
+  // What only the baseline has counts as well, also of a module that is gone.
+  Results results = resultsOf({runOf(Outcome::passed, "")});
+  results.changes = {{Change::same, "module", "test0", ""},
+                     {Change::changed, "module", "test1", "only in the earlier run\n"},
+                     {Change::changed, "gone", "test0", "only in the earlier run\n"}};
+  EXPECT_FALSE(results.acceptable());
+  EXPECT_NE(toJunit(results).find(R"(name="kestrel-run" tests="3" failures="2" errors="0")"),
+            std::string::npos);
+  results.changedFails = false;
+  EXPECT_TRUE(results.acceptable());
+  results.against = "monday";
+  EXPECT_EQ(comparison(results), "1 same, 2 changed (against monday)");
+}
+
+TEST(Results, KnownFailuresAreExcused) {
+  const Folder folder;
+  auto failed = runOf(Outcome::failed, "");
+  failed.call = "C_SignInit";
+  failed.valueName = "CKR_MECHANISM_INVALID";
+  const Results results =
+      resultsOf({runOf(Outcome::passed, ""), failed, runOf(Outcome::nothingTested, "")});
+  writeFile("written", knownLines(results));
+  EXPECT_EQ(content("written"),
+            "# module\ttest\tcall\tvalue\treason\n"
+            "module\ttest1\tC_SignInit\tCKR_MECHANISM_INVALID\tfailed on 2026-11-22\n"
+            "module\ttest2\t-\t-\tnothing tested on 2026-11-22\n");
+  const struct {
+    const char* line;
+    const char* details[3];
+  } rows[] = {
+      {"", {"", "C_SignInit CKR_MECHANISM_INVALID", ""}},
+      {"module\ttest1\tC_SignInit\tCKR_MECHANISM_INVALID\ta card\nmodule\ttest0\t*\t*\tx\n",
+       {"a known failure before", "C_SignInit CKR_MECHANISM_INVALID, known: a card", ""}},
+      {"*\t*\t-\t-\tno key\n",
+       {"a known failure before", "C_SignInit CKR_MECHANISM_INVALID", "known: no key"}},
+      {"other\ttest1\t*\t*\tx\nmodule\ttest1\tC_Sign\t*\tx\nmodule\ttest1\t*\tCKR_OK\tx\n",
+       {"", "C_SignInit CKR_MECHANISM_INVALID", ""}},
+  };
+  for (const auto& row : rows) {
+    writeFile("known", std::string("# a comment\n\n") + row.line);
+    Results marked = results;
+    for (std::size_t i = 0; i < 3; ++i) {
+      TestResult& test = marked.modules[0].tests[i];
+      markKnown(readKnown("known"), "module", test);
+      EXPECT_EQ(outcomeDetail(test), row.details[i]) << row.line;
+    }
+  }
+  for (const char* damaged : {"module\ttest\tcall\tvalue\n", "module test\n", "a\tb\tc\td\t\n"}) {
+    writeFile("known", std::string("\n") + damaged);
+    try {
+      readKnown("known");
+      ADD_FAILURE() << damaged;
+    } catch (const std::runtime_error& error) {
+      EXPECT_TRUE(std::string_view(error.what()).starts_with("known:2: ")) << error.what();
+    }
+  }
+  EXPECT_THROW(readKnown("nothing"), std::system_error);
 }
 
 TEST(Results, BaselineMissesNoTest) {
