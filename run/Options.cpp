@@ -59,6 +59,7 @@ void addRunOptions(CLI::App& app, Words& words, Options& options) {
   app.add_option("--pin-file", options.pinFile,
                  "PINs, a line each, from slot position 0 on; an empty line for none")
       ->type_name("FILE");
+  app.add_flag("--last-try", options.lastTry, "Log in also where one try is left");
   app.add_option("--timeout", options.timeout, "Of one test (default 120, 0 for none)")
       ->check(CLI::Range(0.0, 1e6).description(""))
       ->type_name("SECONDS");

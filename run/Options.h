@@ -30,6 +30,7 @@ struct Options {
   bool everyKey = false;
   std::string pinFile;   // empty for none
   double timeout = 120;  // seconds, of one test; 0 for none
+  bool lastTry = false;  // also where a wrong PIN would lock the token
   unsigned repeat = 1;
   std::string between;       // a shell command; empty for none
   std::string baseline;      // a folder; empty for none

@@ -11,6 +11,8 @@
 #include "common/FitText.h"
 #include "common/Installation.h"
 #include "harness/ModulePath.h"
+#include "harness/Pkcs11.h"
+#include "run/Look.h"
 #include "run/ShimUse.h"
 #include "run/judge/Judge.h"
 #include "run/judge/Login.h"
@@ -24,6 +26,8 @@
 namespace kestrel::run {
 
 namespace {
+
+constexpr std::string_view lacksPin = "no PIN for slot position ";
 
 Run notRun(std::string reason) {
   Run run;
@@ -80,6 +84,7 @@ class Runner {
   Run runOnce(const Test& test, unsigned number);
   std::string whyNot(const Test& test) const;
   void take(const TestResult& result);
+  void nameTheChoice(Run& run) const;
   Ended startKestrel(const Test& test, SideFiles& files);
   void learn(const Test& test, const Run& run, const std::vector<std::uint64_t>& answered);
   PinAnswer answerPrompt(std::uint64_t position);
@@ -115,6 +120,8 @@ void Runner::runModule(const NamedModule& module) {
   bar_.clear();
   accepted_.clear();
   results_.modules.push_back({module.name, module.path, {}});
+  ModuleFacts& facts = results_.modules.back().facts;
+  if (module.missing.empty() && interrupt_.count() == 0) facts = look(options_, module, interrupt_);
   display_.beginModule(results_.modules.back(), options_.modules.size() > 1);
   for (const Test* test : options_.tests) {
     // What an interrupt leaves is listed, for those who count.
@@ -152,6 +159,7 @@ Run Runner::runOnce(const Test& test, unsigned number) {
   if (test.is(Test::logsIn)) learn(test, run, answered);
   addFindings(std::move(files), run);
   nameAsTyped(*module_, run);
+  nameTheChoice(run);
   for (std::string* text : {&run.report, &run.errors, &run.reason, &run.trace}) {
     pins_.removeFrom(*text);
   }
@@ -161,6 +169,18 @@ Run Runner::runOnce(const Test& test, unsigned number) {
   }
   if (!options_.between.empty() && interrupt_.count() == 0) runBetween();
   return run;
+}
+
+// Of several tokens one may be meant, and another be what a test fails at.
+void Runner::nameTheChoice(Run& run) const {
+  const std::size_t tokens = results_.modules.back().facts.tokens.size();
+  const bool atToken = run.call == "C_OpenSession" || run.call == "C_Login";
+  const bool noPin = run.outcome == Outcome::notRun && run.reason.starts_with(lacksPin);
+  if (options_.shim.token || tokens < 2 || run.outcome == Outcome::passed || !(atToken || noPin)) {
+    return;
+  }
+  if (run.reason.empty()) run.reason = fmt::format("{} {}", run.call, run.valueName);
+  run.reason += fmt::format(", --token chooses one of the {} tokens", tokens);
 }
 
 std::string Runner::whyNot(const Test& test) const {
@@ -225,9 +245,13 @@ void Runner::learn(const Test& test, const Run& run, const std::vector<std::uint
 
 PinAnswer Runner::answerPrompt(std::uint64_t position) {
   display_.clear();
-  const Pin* const pin = pins_.find(position);
+  const TokenFacts* const token = results_.modules.back().facts.tokenAt(position);
+  if (token != nullptr && (token->flags & CKF_USER_PIN_FINAL_TRY) != 0 && !options_.lastTry) {
+    return {nullptr, fmt::format("\"{}\" has one try left (see --last-try)", token->label)};
+  }
+  const Pin* const pin = pins_.find(position, token == nullptr ? "" : token->label);
   if (interrupt_.count() > 0) return {nullptr, "interrupted"};
-  if (pin == nullptr) return {nullptr, fmt::format("no PIN for slot position {}", position)};
+  if (pin == nullptr) return {nullptr, fmt::format("{}{}", lacksPin, position)};
   if (std::string refused = pins_.refusedWhere(*pin); !refused.empty()) {
     return {nullptr, std::move(refused)};
   }

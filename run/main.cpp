@@ -8,8 +8,10 @@
 #include <exception>
 #include <filesystem>
 #include <stdexcept>
+#include <string_view>
 #include <tuple>
 
+#include "run/Look.h"
 #include "run/Options.h"
 #include "run/Runner.h"
 #include "run/ShimUse.h"
@@ -78,6 +80,7 @@ int runAll(const Options& options) {
 
 int runProgram(int argc, char** argv) {
   openStandardStreams();
+  if (argc == 3 && std::string_view(argv[1]) == lookWord) return lookAt(argv[2]);
   std::signal(SIGPIPE, SIG_IGN);
   try {
     const CommandLine line = readCommandLine(argc, argv);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "run/judge/Run.h"
+#include "run/results/Facts.h"
 
 namespace kestrel::run {
 
@@ -28,6 +29,7 @@ struct ModuleResult {
   std::string name;  // tells it from the other modules of the run
   std::string path;  // its real path
   std::vector<TestResult> tests;
+  ModuleFacts facts = {};
 
   const TestResult* find(const std::string& test) const;  // null if there is none
 };

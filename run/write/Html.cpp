@@ -66,6 +66,7 @@ void addHead(Node body, const Results& results) {
       fmt::format("kestrel {} · {} · {} · {}", results.kestrelVersion,
                   readableTime(results.started), plural(results.modules.size(), "module"),
                   seconds(time)));
+  for (const std::string& option : results.options) add(header, "p", "soft", option);
   if (results.interrupted) add(header, "p", "", "Interrupted: what is missing was not run.");
   addCounts(header, results);
 }

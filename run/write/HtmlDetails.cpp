@@ -119,6 +119,7 @@ void addModule(Node body, const Results& results, std::size_t index) {
   Node section = add(body, "section");
   add(section, "h2", "", module.name);
   add(section, "p", "path soft", module.path);
+  for (const std::string& line : describe(module.facts)) add(section, "p", "soft", line);
   for (const TestResult& test : module.tests) addTest(section, results, index, test);
 }
 

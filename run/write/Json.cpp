@@ -78,6 +78,7 @@ Json fromModule(const ModuleResult& module) {
   for (const TestResult& test : module.tests) tests.push_back(fromTest(test));
   return {{"name", validUtf8(module.name)},
           {"path", validUtf8(module.path)},
+          {"facts", Json::parse(toJson(module.facts))},
           {"tests", std::move(tests)}};
 }
 
@@ -136,6 +137,8 @@ class Node {
     if (!fits) fail("is no whole number of its range");
     return json_.get<Integer>();
   }
+
+  std::string dump() const { return json_.dump(); }
 
   bool isNull() const { return json_.is_null(); }
 
@@ -248,6 +251,7 @@ Results fromJson(const std::string& text) {
   }
   root["modules"].each([&](const Node& node) {
     ModuleResult module{node["name"].text(), node["path"].text(), {}};
+    if (node.has("facts")) module.facts = factsFromJson(node["facts"].dump());
     node["tests"].each([&](const Node& test) { module.tests.push_back(toTest(test)); });
     results.modules.push_back(std::move(module));
   });

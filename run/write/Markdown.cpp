@@ -1,6 +1,7 @@
 #include "run/write/Markdown.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <cctype>
@@ -75,6 +76,15 @@ std::string toMarkdown(const Results& results) {
       text += fmt::format(" {} |", cell(module.find(name)));
     }
     text += "\n";
+  }
+  for (const ModuleResult& module : results.modules) {
+    for (const std::string& line : describe(module.facts)) {
+      text += fmt::format("\n- {}: {}", escaped(module.name), escaped(line));
+    }
+    if (!describe(module.facts).empty()) text += "\n";
+  }
+  if (!results.options.empty()) {
+    text += fmt::format("\nWith {}\n", escaped(fmt::format("{}", fmt::join(results.options, " "))));
   }
   if (results.interrupted) text += "\nInterrupted: what is missing was not run.\n";
   if (results.changes) text += fmt::format("\n{}\n", escaped(comparison(results)));

@@ -122,6 +122,8 @@ Results fullResults() {
   results.modules[0].tests[1].runs.push_back(passed);
   results.modules.push_back({"other", "/o.so", {}});
   results.interrupted = true;
+  results.modules[0].facts = {"Library", "1.2", "ab12", {{0, "own", "card", "7", "3.4", 5}}};
+  results.options = {"--token own"};
   results.against = "monday";
   results.changes = {{Change::same, "module", "test0", ""},
                      {Change::broken, "module", "test1", "--- x\n+++ y\n z\n"},
@@ -168,8 +170,10 @@ TEST(Results, JsonIsWhatTheManualPageSays) {
   EXPECT_EQ(
       std::regex_replace(toJson(results), std::regex("\\n *"), ""),
       R"({"format": "kestrel-run results","version": 1,"kestrel": "1.0",)"
-      R"("started": "2026-11-22T10:00:00+01:00","interrupted": true,"passed": false,"options": [],)"
-      R"("modules": [{"name": "module","path": "/m.so","tests": [)"
+      R"("started": "2026-11-22T10:00:00+01:00","interrupted": true,"passed": false,"options": ["--token own"],)"
+      R"("modules": [{"name": "module","path": "/m.so","facts": {"library": "Library",)"
+      R"("version": "1.2","sha256": "ab12","tokens": [{"position": 0,"label": "own",)"
+      R"("model": "card","serial": "7","firmware": "3.4","flags": 5}]},"tests": [)"
       R"({"name": "test0","outcome": "passed","detail": "","seconds": 12.25,)"
       R"("passed_runs": 1,"known": "","runs": [)"
       R"({"outcome": "passed","reason": "","call": "","value": null,"value_name": "",)"
@@ -188,7 +192,7 @@ TEST(Results, JsonIsWhatTheManualPageSays) {
       R"({"outcome": "passed","reason": "","call": "","value": null,"value_name": "",)"
       R"("seconds": 12.25,"exit_status": 0,"verified": 0,"unchecked": 0,"waived": {},)"
       R"("times": [],"calls": [],"cut": false,"alike": false,"report": "","errors": ""}]}]},)"
-      R"({"name": "other","path": "/o.so","tests": []}],"against": "monday","changes": [)"
+      R"({"name": "other","path": "/o.so","facts": {"library": "","version": "","sha256": "","tokens": []},"tests": []}],"against": "monday","changes": [)"
       R"({"module": "module","test": "test0","change": "same","difference": ""},)"
       R"({"module": "module","test": "test1","change": "broken",)"
       R"("difference": "--- x\n+++ y\n z\n"},)"
@@ -286,14 +290,14 @@ TEST(Results, PageHoldsAllOfARun) {
   EXPECT_EQ(text,
             "|1 of 2 tests passed"
             "|kestrel 1.0 · 2026-11-22 10:00:00 +01:00 · 2 modules · 33.8 s"
-            "|Interrupted: what is missing was not run."
+            "|--token own|Interrupted: what is missing was not run."
             "|✓ 1 passed|✗ 1 failed|Against monday:|1 same|1 broken|1 changed"
             "|Test|module|other"
             "|test0|✓|{strong}passed{/strong}|–"
             "|test1|✗|{strong}failed{/strong}|C_SignInit CKR_MECHANISM_|INVALID, waived: "
             "length-query (1), salt-length (2), 1 of 2 passed|broken|–"
             "|In the baseline only|module, gone"
-            "|module|/m.so"
+            "|module|/m.so|token \"own\" (card, serial 7, firmware 3.4)|Library 1.2|SHA-256 ab12"
             "|test0|✓|{strong}passed{/strong}|0 calls · 12.2 s|Exit status|0"
             "|test1|✗|{strong}failed{/strong}|broken|C_SignInit CKR_MECHANISM_|INVALID, waived: "
             "length-query (1), salt-length (2), 1 of 2 passed|2 calls · 21.5 s"
