@@ -56,9 +56,10 @@ void addRunOptions(CLI::App& app, Words& words, Options& options) {
       ->allow_extra_args(false)
       ->check(CLI::Validator(knownTest, ""));
   app.add_flag("-a,--every-key", options.everyKey, "Hand \"-a\" to kestrel");
-  app.add_option("--pin-file", options.pinFile,
-                 "PINs, a line each, from slot position 0 on; an empty line for none")
-      ->type_name("FILE");
+  app.add_option("--pin-file", options.pinFiles,
+                 "PINs, a line each, from slot position 0 on; an empty line for none (repeatable)")
+      ->type_name("[NAME=]FILE")
+      ->allow_extra_args(false);
   app.add_flag("--last-try", options.lastTry, "Log in also where one try is left");
   app.add_option("--timeout", options.timeout, "Of one test (default 120, 0 for none)")
       ->check(CLI::Range(0.0, 1e6).description(""))

@@ -28,9 +28,9 @@ struct Options {
   std::vector<NamedModule> modules;
   bool ownToken = false;  // no module was named: it is the software token
   bool everyKey = false;
-  std::string pinFile;   // empty for none
-  double timeout = 120;  // seconds, of one test; 0 for none
-  bool lastTry = false;  // also where a wrong PIN would lock the token
+  std::vector<std::string> pinFiles;  // FILE, or NAME=FILE for one of the modules
+  double timeout = 120;               // seconds, of one test; 0 for none
+  bool lastTry = false;               // also where a wrong PIN would lock the token
   unsigned repeat = 1;
   std::string between;       // a shell command; empty for none
   std::string baseline;      // a folder; empty for none

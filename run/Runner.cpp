@@ -66,7 +66,7 @@ void dropIfAlike(const Run& first, Run& run) {
 
 class Runner {
  public:
-  Runner(const Options& options, Pins& pins, Interrupt& interrupt, OperatorTerminal* terminal,
+  Runner(const Options& options, PinSets& pins, Interrupt& interrupt, OperatorTerminal* terminal,
          Display& display)
       : options_(options),
         pins_(pins),
@@ -91,7 +91,7 @@ class Runner {
   void runBetween();
 
   const Options& options_;
-  Pins& pins_;
+  PinSets& pins_;
   Interrupt& interrupt_;
   OperatorTerminal* terminal_;
   Display& display_;
@@ -239,7 +239,7 @@ void Runner::learn(const Test& test, const Run& run, const std::vector<std::uint
   if (acceptedNow && !test.is(Test::changesPin)) {
     refusedTests_.emplace(&test, where);
   } else {
-    pins_.refuse(answered.back(), where);
+    pins_.of(module_->name).refuse(answered.back(), where);
   }
 }
 
@@ -249,10 +249,11 @@ PinAnswer Runner::answerPrompt(std::uint64_t position) {
   if (token != nullptr && (token->flags & CKF_USER_PIN_FINAL_TRY) != 0 && !options_.lastTry) {
     return {nullptr, fmt::format("\"{}\" has one try left (see --last-try)", token->label)};
   }
-  const Pin* const pin = pins_.find(position, token == nullptr ? "" : token->label);
+  Pins& pins = pins_.of(module_->name);
+  const Pin* const pin = pins.find(position, token == nullptr ? "" : token->label);
   if (interrupt_.count() > 0) return {nullptr, "interrupted"};
   if (pin == nullptr) return {nullptr, fmt::format("{}{}", lacksPin, position)};
-  if (std::string refused = pins_.refusedWhere(*pin); !refused.empty()) {
+  if (std::string refused = pins.refusedWhere(*pin); !refused.empty()) {
     return {nullptr, std::move(refused)};
   }
   return {pin, ""};
@@ -274,7 +275,7 @@ void Runner::runBetween() {
 
 }  // namespace
 
-Results runTests(const Options& options, Pins& pins, Interrupt& interrupt,
+Results runTests(const Options& options, PinSets& pins, Interrupt& interrupt,
                  OperatorTerminal* terminal, Display& display) {
   return Runner(options, pins, interrupt, terminal, display).run();
 }

@@ -30,9 +30,13 @@ bool isOneMissing(const Options& options) {
   return !std::ranges::all_of(options.modules, &std::string::empty, &NamedModule::missing);
 }
 
-void readPins(const Options& options, Pins& pins) {
-  if (!options.pinFile.empty()) pins.readFile(options.pinFile);
-  pins.takeFromEnvironment();
+void readPins(const Options& options, PinSets& pins) {
+  for (const std::string& file : options.pinFiles) {
+    pins.read(file, [&](const std::string& name) {
+      return std::ranges::find(options.modules, name, &NamedModule::name) != options.modules.end();
+    });
+  }
+  pins.common.takeFromEnvironment();
 }
 
 void compareWith(const Results& baseline, const Options& options, Results& results) {
@@ -51,7 +55,7 @@ void compareWith(const Results& baseline, const Options& options, Results& resul
 }
 
 int runAll(const Options& options) {
-  Pins pins;
+  PinSets pins;
   readPins(options, pins);
   prepareFiles(options.destinations);
   std::optional<Results> baseline;
@@ -61,10 +65,10 @@ int runAll(const Options& options) {
   if (options.shim.isAsked()) checkShim(options, interrupt);
   const std::unique_ptr<OperatorTerminal> terminal = OperatorTerminal::open();
   Display display(usesStandardOutput(options.destinations) ? stderr : stdout, options.quiet);
-  if (options.ownToken && pins.empty()) {
-    pins.setDefault("12345678");
+  if (options.ownToken && pins.common.empty()) {
+    pins.common.setDefault("12345678");
   } else {
-    pins.askOn(terminal.get(), interrupt);
+    pins.common.askOn(terminal.get(), interrupt);
   }
   const auto start = std::chrono::steady_clock::now();
   Results results = runTests(options, pins, interrupt, terminal.get(), display);

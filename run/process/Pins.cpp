@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -40,9 +41,18 @@ Descriptor openPrivately(const std::string& path) {
     throw std::system_error(errno, std::generic_category(), path);
   }
   const bool foreign = status.st_uid != geteuid() && status.st_uid != 0;
-  if (foreign || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+  if (!foreign && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0) return file;
+  struct statvfs system = {};
+  if (fstatvfs(file.get(), &system) != 0 || (system.f_flag & ST_RDONLY) == 0) {
     throw std::runtime_error(path + ": others can read this PIN file (chmod 600 it)");
   }
+  fmt::print(stderr, "{}: others can read this PIN file, which cannot be changed here\n", path);
+  return file;
+}
+
+Descriptor standardInput() {
+  Descriptor file(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0));
+  if (file.get() < 0) throw std::system_error(errno, std::generic_category(), "standard input");
   return file;
 }
 
@@ -74,7 +84,7 @@ Pin::~Pin() {
 }
 
 void Pins::readFile(const std::string& path) {
-  const Descriptor file = openPrivately(path);
+  const Descriptor file = path == "-" ? standardInput() : openPrivately(path);
   Secret secret;
   std::string_view rest = readWhole(file.get(), secret.room(), path);
   constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";  // some editors put it there
@@ -150,6 +160,25 @@ void Pins::removeFrom(std::string& text) const {
     }
     text = clean.append(text, from);
   }
+}
+
+void PinSets::read(const std::string& argument,
+                   const std::function<bool(const std::string&)>& isModule) {
+  const std::size_t equals = argument.find('=');
+  if (equals == argument.npos || argument.find('/') < equals) return common.readFile(argument);
+  const std::string name = argument.substr(0, equals);
+  if (!isModule(name)) throw std::runtime_error(name + ": no module is called so");
+  own_[name].readFile(argument.substr(equals + 1));
+}
+
+Pins& PinSets::of(const std::string& module) {
+  const auto own = own_.find(module);
+  return own == own_.end() ? common : own->second;
+}
+
+void PinSets::removeFrom(std::string& text) const {
+  common.removeFrom(text);
+  for (const auto& [module, pins] : own_) pins.removeFrom(text);
 }
 
 }  // namespace kestrel

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -36,8 +37,9 @@ class Pin {
 
 class Pins {
  public:
-  // From a file, a PIN a line. Throws std::runtime_error when others can read it, and for what no
-  // PIN can be.
+  // From a file, a PIN a line; "-" is standard input. Throws std::runtime_error for what no PIN can
+  // be, and when others can read the file: unless it is on a file system that cannot be changed, as
+  // the secrets of a container are, which is said on standard error.
   void readFile(const std::string& path);
 
   // From KESTREL_PIN, for slot position 0, unless there is one already. The variable leaves the
@@ -75,6 +77,23 @@ class Pins {
   std::map<std::uint64_t, bool> asked_;
   OperatorTerminal* terminal_ = nullptr;
   Interrupt* interrupt_ = nullptr;
+};
+
+// The PINs of a run on several modules: those for all of them, and those of a module that has a
+// file of its own, which gets no others.
+class PinSets {
+ public:
+  Pins common;
+
+  // Reads "FILE" for all, or "NAME=FILE" for the module of that name, if `isModule` says that there
+  // is one. Throws std::runtime_error as Pins::readFile, and for a name that is none.
+  void read(const std::string& argument, const std::function<bool(const std::string&)>& isModule);
+
+  Pins& of(const std::string& module);
+  void removeFrom(std::string& text) const;
+
+ private:
+  std::map<std::string, Pins> own_;
 };
 
 }  // namespace kestrel

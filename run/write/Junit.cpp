@@ -67,7 +67,7 @@ pugi::xml_node addCase(pugi::xml_node suite, const std::string& module, const st
 
 // Why a test counts for what it does, where its outcome alone does not tell.
 std::string message(const Results& results, const ModuleResult& module, const TestResult& test) {
-  const std::string detail = outcomeDetail(test);
+  std::string detail = outcomeDetail(test);
   const Change* const change = results.findChange(module.name, test.name);
   if (change == nullptr || !test.known.empty()) return detail;
   return fmt::format("{} since {}: {}{}{}", changeName(change->kind), results.against,
