@@ -75,8 +75,10 @@ void addShimOptions(CLI::App& app, ShimOptions& shim) {
   app.add_option("--token", shim.token, "Only the tokens of this label or \"pkcs11:\" URI")
       ->type_name("TOKEN");
   app.add_option("--mechanisms", shim.mechanisms,
-                 "Only these: names, numbers, \"signable\" or \"multipart\"")
+                 "Only these: names, numbers, \"signable\" or \"multipart\"; \"-\" leaves one out")
       ->type_name("LIST");
+  app.add_option("--init-args", shim.initArguments, "The library parameters for C_Initialize")
+      ->type_name("STRING");
   app.add_option("--waive", shim.waivers,
                  "Step over a known deviation (repeatable), or over all of them with \"all\"")
       ->type_name("NAME")
@@ -132,6 +134,7 @@ std::vector<std::string> ShimOptions::words() const {
   std::vector<std::string> all;
   if (token) all.push_back("--token " + *token);
   if (mechanisms) all.push_back("--mechanisms " + *mechanisms);
+  if (initArguments) all.push_back("--init-args " + *initArguments);
   for (const std::string& waiver : waivers) all.push_back("--waive " + waiver);
   return all;
 }

@@ -13,11 +13,11 @@ namespace kestrel::run {
 
 // What the module in between is told; it is there only when one of these is given.
 struct ShimOptions {
-  std::optional<std::string> token, mechanisms;
+  std::optional<std::string> token, mechanisms, initArguments;
   std::vector<std::string> waivers;
   bool trace = false;
 
-  bool isAsked() const { return token || mechanisms || !waivers.empty() || trace; }
+  bool isAsked() const { return token || mechanisms || initArguments || !waivers.empty() || trace; }
 
   // What decides about an outcome, as it is typed: "--token own".
   std::vector<std::string> words() const;

@@ -52,6 +52,7 @@ std::vector<std::string> shimEnvironment(const ShimOptions& options, const Test&
     variables.push_back(fmt::format("KESTREL_SHIM_{}={}", name, value));
   };
   if (options.token) add("TOKEN", *options.token);
+  if (options.initArguments) add("INIT_ARGS", *options.initArguments);
   if (options.mechanisms) add("MECHANISMS", mechanismsFor(test, *options.mechanisms));
   if (!options.waivers.empty()) add("WAIVE", fmt::format("{}", fmt::join(options.waivers, ",")));
   if (options.trace) add("TRACE", (folder / traceFile).native());
@@ -59,7 +60,8 @@ std::vector<std::string> shimEnvironment(const ShimOptions& options, const Test&
 }
 
 void checkShim(const Options& options, Interrupt& interrupt) {
-  for (const char* name : {"MODULE", "USED", "TOKEN", "MECHANISMS", "WAIVE", "TRACE"}) {
+  for (const char* name :
+       {"MODULE", "USED", "TOKEN", "MECHANISMS", "INIT_ARGS", "WAIVE", "TRACE"}) {
     unsetenv(fmt::format("KESTREL_SHIM_{}", name).c_str());
   }
   const TemporaryFolder folder;

@@ -21,6 +21,19 @@ namespace {
 // The slot that kestrel names in some calls whichever is under test.
 constexpr CK_SLOT_ID fixedSlot = 1;
 
+// Some modules take their parameters behind the flags, before what is reserved, others as that.
+struct InitializeArguments {
+  CK_C_INITIALIZE_ARGS standard;
+  void* reserved;
+};
+
+CK_RV initializeWithArguments(void* arguments) {
+  InitializeArguments own{};
+  own.standard.flags = CKF_OS_LOCKING_OK;
+  own.standard.pReserved = const_cast<char*>(shim.settings.initArguments);
+  return ask(&CK_FUNCTION_LIST::C_Initialize, arguments == nullptr ? &own : arguments);
+}
+
 bool isShown(CK_SLOT_ID slot) {
   const TokenPattern& pattern = *shim.settings.token;
   CK_TOKEN_INFO token{};
@@ -50,6 +63,8 @@ CK_RV listSlots(CK_BBOOL tokenPresent, CK_SLOT_ID* list, CK_ULONG* count) {
 
 bool isListed(CK_SLOT_ID slot, CK_MECHANISM_TYPE type) {
   const MechanismList& wanted = *shim.settings.mechanisms;
+  if (std::ranges::count(wanted.without, type) != 0) return false;
+  if (wanted.types.empty() && !wanted.signable && !wanted.multipart) return true;
   if (std::ranges::count(wanted.types, type) != 0) return true;
   const SigningMechanism* const row = findSigningMechanism(type);
   if (row == nullptr || !(wanted.signable || (wanted.multipart && row->inParts))) return false;
@@ -130,6 +145,7 @@ CK_RV setPin(CK_SESSION_HANDLE session, CK_UTF8CHAR* oldPin, CK_ULONG oldLength,
 CK_FUNCTION_LIST changesFor(const Settings& settings) {
   CK_FUNCTION_LIST list{};
   const bool fixed = settings.waives(Waiver::fixedSlot);
+  if (settings.initArguments != nullptr) list.C_Initialize = initializeWithArguments;
   if (settings.token) list.C_GetSlotList = listSlots;
   if (settings.mechanisms || fixed) list.C_GetMechanismList = listMechanisms;
   if (fixed) list.C_GetMechanismInfo = describeMechanism;

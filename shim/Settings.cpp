@@ -46,6 +46,8 @@ MechanismList readMechanisms(std::string_view list) {
       mechanisms.signable = true;
     } else if (item == "multipart") {
       mechanisms.multipart = true;
+    } else if (item.starts_with('-')) {
+      mechanisms.without.push_back(mechanismType(item.substr(1)));
     } else {
       mechanisms.types.push_back(mechanismType(item));
     }
@@ -75,6 +77,7 @@ Settings readSettings() {
   settings.module = std::getenv("KESTREL_SHIM_MODULE");
   settings.used = std::getenv("KESTREL_SHIM_USED");
   settings.trace = std::getenv("KESTREL_SHIM_TRACE");
+  settings.initArguments = std::getenv("KESTREL_SHIM_INIT_ARGS");
   if (const char* value = std::getenv("KESTREL_SHIM_TOKEN")) settings.token.emplace(value);
   if (const char* value = std::getenv("KESTREL_SHIM_MECHANISMS")) {
     settings.mechanisms = readMechanisms(value);

@@ -71,6 +71,16 @@ void judgeStopped(const Evidence& evidence, Run& run, double timeout) {
   }
 }
 
+// Of a call that did not fail, but was to.
+void nameExpectation(const std::vector<std::string_view>& notes, Run& run) {
+  if (run.call.empty()) return;
+  if (const auto function = lastAfter(notes, functionNote)) run.call = *function;
+  const auto expected = lastAfter(notes, expectedNote);
+  if (expected && run.reason.empty()) {
+    run.reason = fmt::format("{} {}, expected {}", run.call, run.valueName, *expected);
+  }
+}
+
 }  // namespace
 
 Run judge(const Test& test, Ended ended, double timeout, std::string_view notes) {
@@ -99,6 +109,7 @@ Run judge(const Test& test, Ended ended, double timeout, std::string_view notes)
   } else {
     judgeExit(evidence, run);
   }
+  if (run.outcome == Outcome::failed) nameExpectation(linesOf(notes), run);
   run.report = std::move(ended.report);
   run.errors = std::move(ended.errors);
   return run;

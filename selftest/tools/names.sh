@@ -26,6 +26,12 @@ sed -n '/^\.Sh TESTS/,/^\.Ss/s/^\.It Cm //p' "$source/doc/kestrel-run.1" | sed '
 sort table > named
 same "kestrel-run(1)" named manual
 
+# The steps of negativeTests with their values, in their order.
+sed -n 's/^    {"\([^"]*\)", \(CKR_[A-Z_]*\),.*/\1 \2/p' "$source/tests/NegativeTests.cpp" > steps
+sed -n '/^\.Ss Steps/,/^\.El/{/^\.It/{n;N;s/\n\.Dv / /;p}}' "$source/doc/kestrel.1" > manual
+[ -s steps ]
+same "steps in kestrel(1)" steps manual
+
 # The usage text has another name for one test, in every release.
 { echo "No test matches 'opensslVersion'."; "$build/kestrel" | sed '1d;$d'; } > unknown
 "$build/kestrel" opensslVersion | sed '1d;$d' | diff -u unknown -
