@@ -41,6 +41,14 @@ void Bench::expect(CK_RV value, const Expected& expected) {
   end(verdict, "");
 }
 
+void Bench::refused(CK_RV value, const Expected& expected, const char* accepted) {
+  if (value == CKR_OK) {
+    rememberLast();
+    wrong(accepted);
+  }
+  expect(value, expected);
+}
+
 void Bench::work(CK_RV value, const std::string& detail) {
   if (value == CKR_OK && finding_.verdict != Verdict::ok) return;
   rememberLast();

@@ -63,6 +63,10 @@ class Bench {
   void expect(CK_RV value) { expect(value, check.expected); }
   void expect(CK_RV value, const Expected& expected);
 
+  // Something was changed and is to be refused, with one of these values; `accepted` says what it
+  // means that it was not.
+  void refused(CK_RV value, const Expected& expected, const char* accepted);
+
   // What the token claims to do: without CKR_OK it refuses. `detail` says what was asked of it.
   void work(CK_RV value, const std::string& detail = {});
 

@@ -142,7 +142,9 @@ class Run {
       return;
     }
     const bool aside = check.path.starts_with("start/") || check.path.starts_with("watch/");
-    if (aside && !options_.names.empty() && !rowOf(finding.verdict).worthReading) return;
+    // Without a token they are all that there is to say.
+    const bool said = rowOf(finding.verdict).worthReading || !target_.token.known;
+    if (aside && !options_.names.empty() && !said) return;
     ++totals_[static_cast<std::size_t>(finding.verdict)];
     if (json_) json_->add(check, finding);
     display_.fell(check, finding);

@@ -97,7 +97,7 @@ void readAttributes(Bench& bench, const AttributeRow& row) {
       bench.require(Memory::isUntouched(value, asked.room), "gives a sensitive value");
     } else if (!asked.value.empty()) {
       bench.require(View(value, asked.answer) == asked.value,
-                    "an attribute that is to be had is not there");
+                    "an attribute is missing, or has another value");
     }
   }
 }

@@ -113,10 +113,10 @@ void verifyChanged(Bench& bench, const Row& row) {
   const Bytes data = message(500), mac = expected(row, made.key.value, data);
   bench.control(confirm(bench, made.kit, data, mac));
   for (const std::size_t at : {std::size_t{0}, mac.size() / 2, mac.size() - 1}) {
-    expectRefused(bench, confirm(bench, made.kit, data, changed(mac, at)), refusals,
+    bench.refused(confirm(bench, made.kit, data, changed(mac, at)), refusals,
                   "a MAC with one bit changed is taken for right");
   }
-  expectRefused(bench, confirm(bench, made.kit, changed(data, 250), mac), refusals,
+  bench.refused(confirm(bench, made.kit, changed(data, 250), mac), refusals,
                 "the MAC of other data is taken for right");
 }
 

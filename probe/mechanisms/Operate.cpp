@@ -73,11 +73,6 @@ CK_RV confirm(Bench& bench, Kit kit, View data, View signature, bool inParts) {
   return kit.finish(bench.session, nullptr, nullptr);
 }
 
-void expectRefused(Bench& bench, CK_RV value, const Expected& expected, const char* accepted) {
-  if (value == CKR_OK) bench.wrong(accepted);
-  bench.expect(value, expected);
-}
-
 Bytes changed(View bytes, std::size_t at) {
   Bytes result(bytes);
   result[at] = static_cast<char>(result[at] ^ 1);

@@ -16,9 +16,6 @@ Bytes inPieces(Bench& bench, const Kit& kit, View data);
 // What the token says of a signature: the value of C_Verify or C_VerifyFinal.
 CK_RV confirm(Bench& bench, Kit kit, View data, View signature, bool inParts = false);
 
-// A signature or a ciphertext was changed: it is to be refused, and with which values.
-void expectRefused(Bench& bench, CK_RV value, const Expected& expected, const char* accepted);
-
 // The same bytes but for one bit of one of them.
 Bytes changed(View bytes, std::size_t at);
 
