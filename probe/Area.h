@@ -16,6 +16,7 @@ struct Area {
 
 void addMechanisms(Plan& plan, const TokenFacts* facts);
 void addBuffers(Plan& plan, const TokenFacts* facts);
+void addSecrets(Plan& plan, const TokenFacts* facts);
 void addErrors(Plan& plan, const TokenFacts* facts);
 
 }  // namespace kestrel::probe

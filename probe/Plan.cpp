@@ -19,6 +19,7 @@ constexpr std::array areaTable{
          addMechanisms},
     Area{"buffers", "lengths and lists: nothing is written that was not given", addBuffers},
     Area{"errors", "misuse of every function: the right value, and nothing lost by it", addErrors},
+    Area{"secrets", "what an attacker with a login tries on the keys", addSecrets},
 };
 
 bool isWithin(std::string_view path, std::string_view name) {

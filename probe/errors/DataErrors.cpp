@@ -1,10 +1,10 @@
 // Data of a length that a mechanism does not take, and what was damaged on its way.
 #include <fmt/format.h>
 
+#include "probe/Carriers.h"
 #include "probe/OutsideSymmetric.h"
 #include "probe/Values.h"
 #include "probe/errors/ArgumentErrors.h"
-#include "probe/errors/Carriers.h"
 #include "probe/errors/ErrorCheck.h"
 #include "probe/errors/ErrorKeys.h"
 

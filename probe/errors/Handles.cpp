@@ -1,9 +1,9 @@
 // Objects and keys that are not there.
 #include <fmt/format.h>
 
+#include "probe/Carriers.h"
 #include "probe/Keys.h"
 #include "probe/errors/ArgumentErrors.h"
-#include "probe/errors/Carriers.h"
 #include "probe/errors/ErrorCheck.h"
 
 namespace kestrel::probe {

@@ -1,9 +1,9 @@
 // Keys of a wrong type, and keys that may not do what they are asked to.
 #include <fmt/format.h>
 
+#include "probe/Carriers.h"
 #include "probe/Values.h"
 #include "probe/errors/ArgumentErrors.h"
-#include "probe/errors/Carriers.h"
 #include "probe/errors/ErrorCheck.h"
 #include "probe/errors/ErrorKeys.h"
 

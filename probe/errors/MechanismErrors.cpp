@@ -1,10 +1,10 @@
 // Mechanisms that are not there or do something else, and parameters that are none.
 #include <fmt/format.h>
 
+#include "probe/Carriers.h"
 #include "probe/KeyAttributes.h"
 #include "probe/Values.h"
 #include "probe/errors/ArgumentErrors.h"
-#include "probe/errors/Carriers.h"
 #include "probe/errors/ErrorCheck.h"
 #include "probe/errors/ErrorKeys.h"
 

@@ -1,9 +1,9 @@
 // Templates that lack what is needed, or hold what cannot be.
 #include <fmt/format.h>
 
+#include "probe/Carriers.h"
 #include "probe/Keys.h"
 #include "probe/errors/ArgumentErrors.h"
-#include "probe/errors/Carriers.h"
 #include "probe/errors/ErrorCheck.h"
 #include "probe/errors/TemplateFaults.h"
 

@@ -1,4 +1,4 @@
-#include "probe/errors/Carriers.h"
+#include "probe/Carriers.h"
 
 #include "probe/Keys.h"
 
