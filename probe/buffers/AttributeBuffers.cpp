@@ -141,8 +141,14 @@ void findWithoutRoom(Bench& bench) {
 
 // --- random bytes ---
 
+// A token without one says so in every call.
+void requireGenerator(Bench& bench) {
+  if ((bench.token.flags & CKF_RNG) == 0) bench.notApplicable("the token has no random numbers");
+}
+
 template <CK_ULONG length>
 void random(Bench& bench) {
+  requireGenerator(bench);
   CK_BYTE* const one = bench.memory.bytes(length);
   CK_BYTE* const other = bench.memory.bytes(length);
   bench.expect(p11::C_GenerateRandom(bench.session, one, length));
@@ -154,6 +160,7 @@ void random(Bench& bench) {
 }
 
 void seed(Bench& bench) {
+  requireGenerator(bench);
   bench.expect(p11::C_SeedRandom(bench.session, bench.memory.in("bytes of no great chance"), 24));
   random<32>(bench);
 }
