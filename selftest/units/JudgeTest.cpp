@@ -229,6 +229,67 @@ TEST(Judge, TellsHowAProcessWasEnded) {
   });
 }
 
+// What kestrel says beside its report: as much as the report bears out.
+TEST(Judge, HearsWhatIsSaidBesideTheReport) {
+  const std::string note = "signature not checked\n";
+  const std::string wrong = failed("C_GetSlotList", "0x0", "CKR_OK");
+  const struct {
+    Row row;
+    std::string notes, expected;
+  } rows[] = {
+      {{"signData", login + verified + verified + end, "", 0, ""}, "", "passed: 2 verified"},
+      {{"signData", login + verified + verified + end, "", 0, ""},
+       note,
+       "passed: 1 verified, 1 not checked"},
+      {{"signData", login + verified + unchecked + end, "", 0, ""},
+       note,
+       "nothing tested: 0 verified, 2 not checked"},
+      {{"signData", login + verified + end, "", 0, ""},
+       note + note + note,
+       "nothing tested: 0 verified, 1 not checked"},
+      {{"signData", login + verified + end, "", 0, ""},
+       "signature\nx" + note,
+       "passed: 1 verified"},
+      {{"negativeTests", wrong, "", exited(1), ""},
+       "expected CKR_ARGUMENTS_BAD\n",
+       "failed: C_GetSlotList CKR_OK, expected CKR_ARGUMENTS_BAD; C_GetSlotList 0x0 CKR_OK"},
+      {{"negativeTests", wrong, "", exited(1), ""},
+       "function C_CancelFunction\nexpected CKR_FUNCTION_NOT_SUPPORTED\n",
+       "failed: C_CancelFunction CKR_OK, expected CKR_FUNCTION_NOT_SUPPORTED; C_CancelFunction 0x0 "
+       "CKR_OK"},
+      {{"negativeTests", "", "", exited(7), ""},
+       "expected CKR_OK\n",
+       "failed: the process ended with status 7"},
+  };
+  for (const auto& [row, notes, expected] : rows) {
+    Ended ended;
+    ended.status = row.status;
+    ended.report = row.report;
+    EXPECT_EQ(shown(judge(*findTest(row.test), ended, 2.5, notes)), expected) << notes;
+  }
+}
+
+TEST(Judge, KnowsADeadEnd) {
+  const struct {
+    Outcome outcome;
+    const char *call, *bar;
+  } rows[] = {
+      {Outcome::couldNotLoad, "", "could not be loaded"},
+      {Outcome::hung, "C_Initialize", "hung in C_Initialize"},
+      {Outcome::crashed, "C_Initialize", "crashed in C_Initialize"},
+      {Outcome::failed, "C_Initialize", ""},
+      {Outcome::hung, "C_Login", ""},
+      {Outcome::crashed, "", ""},
+      {Outcome::passed, "", ""},
+  };
+  for (const auto& row : rows) {
+    kestrel::run::Run run;
+    run.outcome = row.outcome;
+    run.call = row.call;
+    EXPECT_EQ(barToModule(run), row.bar) << outcomeName(row.outcome) << row.call;
+  }
+}
+
 TEST(Judge, ReadsTheCallsOfAReport) {
   const auto run = runOf(
       {"signData",

@@ -463,6 +463,25 @@ TEST(Results, JunitAndStatusAgree) {
   EXPECT_EQ(comparison(results), "1 same, 2 changed (against monday)");
 }
 
+// A module may have written what it likes between the process that looked and us.
+TEST(Results, FactsAreWhatTheyAreOrNothing) {
+  const ModuleFacts facts{"Library", "1.2", "ab12", {{3, "own", hostile(), "7", "3.4", ~0ull}}};
+  const ModuleFacts back = factsFromJson(toJson(facts));
+  ASSERT_NE(back.tokenAt(3), nullptr);
+  EXPECT_EQ(back.tokenAt(3)->flags, ~0ull);
+  EXPECT_EQ(back.tokenAt(3)->model, validUtf8(hostile()));
+  EXPECT_EQ(back.tokenAt(0), nullptr);
+  EXPECT_EQ(
+      describe({"Library", "1.2", "", {{0, "own", "card", "7", "3.4", 0}}}),
+      (std::vector<std::string>{R"(token "own" (card, serial 7, firmware 3.4))", "Library 1.2"}));
+  for (const char* damaged :
+       {"", "no JSON", "[]", "{}", R"({"library":1,"version":"","sha256":"","tokens":[]})",
+        R"({"library":"","version":"","sha256":"","tokens":[{}]})",
+        R"({"library":"","version":"","sha256":"","tokens":[{"position":-1}]})"}) {
+    EXPECT_TRUE(describe(factsFromJson(damaged)).empty()) << damaged;
+  }
+}
+
 TEST(Results, KnownFailuresAreExcused) {
   const Folder folder;
   auto failed = runOf(Outcome::failed, "");
