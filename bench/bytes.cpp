@@ -10,6 +10,8 @@
 #include "cards/KnownCards.h"
 #include "harness/Output.h"
 
+namespace kestrel {
+
 namespace {
 
 void dump(benchmark::State& state) {
@@ -35,5 +37,7 @@ void match(benchmark::State& state) {
 BENCHMARK(match)->Arg(0)->Arg(77);
 
 }  // namespace
+
+}  // namespace kestrel
 
 BENCHMARK_MAIN();
