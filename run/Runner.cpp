@@ -122,6 +122,11 @@ void Runner::runModule(const NamedModule& module) {
   results_.modules.push_back({module.name, module.path, {}});
   ModuleFacts& facts = results_.modules.back().facts;
   if (module.missing.empty() && interrupt_.count() == 0) facts = look(options_, module, interrupt_);
+  for (const TokenFacts& token : facts.tokens) {
+    if ((token.flags & CKF_USER_PIN_COUNT_LOW) == 0) continue;
+    fmt::print(stderr, "kestrel-run: a wrong PIN was given to \"{}\" since the last right one\n",
+               visible(token.label));
+  }
   display_.beginModule(results_.modules.back(), options_.modules.size() > 1);
   for (const Test* test : options_.tests) {
     // What an interrupt leaves is listed, for those who count.
