@@ -164,6 +164,9 @@ Run Runner::runOnce(const Test& test, unsigned number) {
   if (test.is(Test::logsIn)) learn(test, run, answered);
   addFindings(std::move(files), run);
   nameAsTyped(*module_, run);
+  if (run.reason == noMechanism && options_.shim.mechanisms) {
+    run.reason += fmt::format(" among {}", *options_.shim.mechanisms);
+  }
   nameTheChoice(run);
   for (std::string* text : {&run.report, &run.errors, &run.reason, &run.trace}) {
     pins_.removeFrom(*text);

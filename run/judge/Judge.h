@@ -14,6 +14,9 @@ namespace kestrel::run {
 // kestrel said beside its report.
 Run judge(const Test& test, Ended ended, double timeout, std::string_view notes = {});
 
+// Of a token with a key and nothing that signs with it, as far as its mechanisms are listed.
+inline constexpr std::string_view noMechanism = "no mechanism for its key";
+
 // Why no other test can fare better on the module: it could not be loaded, or did not come through
 // C_Initialize. Empty if there is no such reason.
 std::string barToModule(const Run& run);

@@ -6,6 +6,7 @@
 #include <array>
 
 #include "common/Numbers.h"
+#include "run/judge/Judge.h"
 #include "run/judge/Phrases.h"
 #include "run/judge/Transcript.h"
 
@@ -28,7 +29,7 @@ bool metKey(const Evidence& evidence) {
 
 void concludeNothing(const Evidence& evidence, Run& run) {
   conclude(run, Outcome::nothingTested,
-           metKey(evidence)     ? "no mechanism for its key"
+           metKey(evidence)     ? std::string(noMechanism)
            : metToken(evidence) ? "no key"
                                 : "no token");
 }
